@@ -1,0 +1,109 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The private block's dictionary, and its reservation in an item.
+#include "KXItem.h"
+
+#include <dcmtk/dcmdata/dcdicent.h>
+#include <dcmtk/dcmdata/dcdict.h>
+#include <dcmtk/dcmdata/dcelem.h>
+#include <dcmtk/dcmdata/dcitem.h>
+#include <dcmtk/dcmdata/dctag.h>
+
+#include <algorithm>
+#include <memory>
+
+namespace {
+
+// clang-format off
+constexpr KXItem::PrivateTag kDictionary[] = {
+    {0x1001, EVR_LO, "OriginalPatientID"},
+    {0x1002, EVR_LO, "OriginalIssuerOfPatientID"},
+    {0x1003, EVR_SH, "OriginalAccessionNumber"},
+    {0x1004, EVR_UI, "OriginalStudyInstanceUID"},
+    {0x1005, EVR_DT, "CoercionDateTime"},
+    {0x1006, EVR_AE, "CallingAETitle"},
+    {0x1007, EVR_LO, "MappingFileName"},
+    {0x1008, EVR_SH, "InstitutionCode"},
+    {0x1009, EVR_AS, "PatientAgeAtStudy"},
+    {0x100a, EVR_DS, "PatientMatchConfidence"},
+    {0x100b, EVR_US, "NumberOfCoercions"},
+    {0x100c, EVR_LT, "CoercionRemarks"},
+    {0x100d, EVR_SQ, "CoercedAttributesSequence"},
+};
+// clang-format on
+
+constexpr unsigned short kModule = 1024; // the first that DCMTK leaves to its users
+makeOFConditionConst(kBlockNotOurs, kModule, 1, OF_error, "Private block reserved by another creator");
+
+const DcmTagKey kCreatorKey(KXItem::kGroup, KXItem::kCreatorElement);
+
+bool isOurCreator(DcmElement& creator)
+{
+    OFString text;
+    return creator.getVM() == 1 && creator.getOFString(text, 0).good() && text == KXItem::kCreator;
+}
+
+std::unique_ptr<DcmElement> newElement(const DcmTagKey& key, DcmEVR vr)
+{
+    DcmTag tag(key, DcmVR(vr));
+    if (key != kCreatorKey) tag.setPrivateCreator(KXItem::kCreator);
+    DcmElement* element = nullptr;
+    if (DcmItem::newDicomElementWithVR(element, tag).good()) return std::unique_ptr<DcmElement>(element);
+    return nullptr;
+}
+
+struct DictionaryWriteLock {
+    DcmDataDictionary& dictionary = dcmDataDict.wrlock();
+    DictionaryWriteLock() = default;
+    DictionaryWriteLock(const DictionaryWriteLock&) = delete;
+    DictionaryWriteLock& operator=(const DictionaryWriteLock&) = delete;
+    ~DictionaryWriteLock() { dcmDataDict.wrunlock(); }
+};
+
+} // namespace
+
+std::span<const KXItem::PrivateTag> KXItem::dictionary()
+{
+    return kDictionary;
+}
+
+void KXItem::registerDictionary()
+{
+    const DictionaryWriteLock lock;
+    for (const PrivateTag& known : kDictionary) { // addEntry takes the entry, and destroys the one it replaces
+        lock.dictionary.addEntry(
+            new DcmDictEntry(kGroup, known.element, DcmVR(known.vr), known.name, 1, 1, "KXDCM", OFFalse, kCreator));
+    }
+}
+
+bool KXItem::isOurPrivateTagKey(const DcmTagKey& key)
+{
+    return key.getGroup() == kGroup && (key.getElement() >> 8) == kCreatorElement;
+}
+
+DcmElement* KXItem::createNewDicomElement(const DcmTagKey& key)
+{
+    if (key.getGroup() != kGroup) return nullptr;
+    const auto known = std::ranges::find(kDictionary, key.getElement(), &PrivateTag::element);
+    return known == std::ranges::end(kDictionary) ? nullptr : newElement(key, known->vr).release();
+}
+
+OFCondition KXItem::insertKX(DcmElement* element, bool replaceOld, bool checkInsertOrder)
+{
+    if (element == nullptr) return EC_IllegalCall;
+    if (!isOurPrivateTagKey(element->getTag())) return EC_InvalidTag;
+
+    DcmElement* creator = nullptr;
+    if (item_.findAndGetElement(kCreatorKey, creator).good()) {
+        if (!isOurCreator(*creator)) return kBlockNotOurs;
+        return item_.insert(element, replaceOld, checkInsertOrder);
+    }
+    std::unique_ptr<DcmElement> reservation = newElement(kCreatorKey, EVR_LO);
+    if (!reservation) return EC_MemoryExhausted;
+    OFCondition result = reservation->putString(kCreator);
+    if (result.good()) result = item_.insert(reservation.get(), OFFalse, checkInsertOrder);
+    if (result.bad()) return result;
+    creator = reservation.release(); // the item's now
+    result = item_.insert(element, replaceOld, checkInsertOrder);
+    if (result.bad()) reservation.reset(item_.remove(creator)); // the caller's again, who has it destroyed
+    return result;
+}

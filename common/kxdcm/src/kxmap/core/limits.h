@@ -1,0 +1,29 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Every limit of the module, with what it protects.
+#pragma once
+
+#include <cstddef>
+
+namespace kxmap {
+
+/// The buffer of the line reader, its terminator included. A longer physical line comes in several pieces.
+constexpr std::size_t kLineBufferBytes = 2040;
+
+/// Calls within calls, down from the root wrapper. Keeps the stack of the parser, of evaluation, of printing and of
+/// destruction whole, and bounds the parser's time to the text's length times this. A line of a mapping file has room
+/// for fewer than 1,020 levels; only a text in memory can be refused.
+constexpr int kMaxNesting = 1024;
+
+/// The longest text that "concat" joins. Beyond it the 32-bit total has no meaning, and the result is NULL.
+constexpr std::size_t kMaxJoinedBytes = 0x7FFFFFFD;
+
+/// The bytes of a text that "codestring" codes; the rest is cut off.
+constexpr std::size_t kMaxCodedBytes = 64;
+
+/// The array of the syntax check's message, its terminator included. Longer messages are cut.
+constexpr std::size_t kSyntaxMessageBytes = 2048;
+
+/// A path, without its terminator. A longer one counts as a file that cannot be opened.
+constexpr std::size_t kMaxPathBytes = 1023;
+
+} // namespace kxmap

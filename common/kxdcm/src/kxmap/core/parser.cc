@@ -1,0 +1,254 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// From text to tree: tokens, literals, calls and argument lists. Each call scans the text of its own brackets once, so
+// parsing takes the text's length times the depth of its nesting at most.
+#include "kxmap.h"
+
+#include "kxmap/core/bytes.h"
+#include "kxmap/core/guards.h"
+#include "kxmap/core/inspect.h"
+#include "kxmap/core/limits.h"
+#include "kxmap/core/messages.h"
+#include "kxmap/core/registry.h"
+
+#include <cstring>
+#include <tuple>
+
+namespace {
+
+/// Steps over the token at `p`: a byte, a quoted text, or a balanced bracket group.
+/// @return the position after it; the terminator where a quote or a bracket is left open; null at a stray ")".
+char* stepToken(char* p)
+{
+    if (*p == '\0') return p;
+    bool inQuote = false;
+    std::size_t depth = 0;
+    for (; *p != '\0'; ++p) {
+        if (inQuote) {
+            if (*p == '\\') {
+                if (p[1] == '\0') return p + 1;
+                ++p;
+            } else if (*p == '"') {
+                inQuote = false;
+                if (depth == 0) return p + 1;
+            }
+            continue;
+        }
+        if (*p == '"') {
+            inQuote = true;
+        } else if (*p == '(') {
+            ++depth;
+        } else if (*p == ')') {
+            if (depth == 0) return nullptr;
+            if (--depth == 0) return p + 1;
+        } else if (depth == 0) {
+            return p + 1;
+        }
+    }
+    return p;
+}
+
+/// Decodes the quoted literal that begins after its opening quote, in place: it only gets shorter.
+/// @return the position after the closing quote; null when that is missing. What follows it is ignored.
+const char* decodeQuoted(char* s)
+{
+    char* out = s;
+    for (const char* in = s; *in != '\0'; ++in) {
+        if (*in == '"') {
+            *out = '\0';
+            return in + 1;
+        }
+        if (*in != '\\') {
+            *out++ = *in;
+            continue;
+        }
+        ++in;
+        if (*in == '\0') return nullptr;
+        *out++ = *in == 'n' ? '\n' : *in;
+    }
+    return nullptr;
+}
+
+char* unknownFunction(const char* name)
+{
+    return newdup((std::string(kxmap::kUnknownFunction) + name + '\n').c_str());
+}
+
+class Parser {
+public:
+    /// @param text what is parsed, writable; its bytes stay in place, so that a trace can tell offsets in it.
+    /// @param trace null when nobody looks.
+    explicit Parser(const char* text, kxmap::ParseTrace* trace = nullptr) : text_(text), trace_(trace) {}
+
+    /// Fills a fresh node. @param depth the calls around it. @return null, or a message that the caller releases.
+    char* parse(Expression& node, char* s, int depth);
+
+    /// Fills the arguments of `call`, whose function is set. @return as parse().
+    char* parseList(Expression& call, char* s, int depth);
+
+private:
+    char* parseCall(Expression& node, char* s, char* end, int depth);
+    char* addArgument(Expression& call, char* argument, int depth);
+    char* checkArguments(const Expression& call, const char* list);
+
+    kxmap::Span span(const char* begin, const char* end) const
+    {
+        return {static_cast<std::size_t>(begin - text_), static_cast<std::size_t>(end - text_)};
+    }
+
+    char* fail(char* message, const char* begin, const char* end)
+    {
+        if (trace_ != nullptr) trace_->fault = span(begin, end);
+        return message;
+    }
+
+    void note(const Expression& node, kxmap::NodeSpan::Kind kind, const char* contentEnd)
+    {
+        if (trace_ == nullptr) return;
+        kxmap::NodeSpan noted = noted_;
+        noted.kind = kind;
+        noted.node = &node;
+        noted.contentEnd = static_cast<std::size_t>(contentEnd - text_);
+        trace_->nodes.push_back(noted);
+    }
+
+    const char* text_;
+    kxmap::ParseTrace* trace_;
+    kxmap::NodeSpan noted_; // what is known of the node at hand before its kind
+};
+
+char* Parser::parse(Expression& node, char* s, int depth)
+{
+    char* const raw = s;
+    char* const rawEnd = s + std::strlen(s);
+    s = kxmap::trimBlanks(s);
+    char* const end = s + std::strlen(s);
+    if (trace_ != nullptr) {
+        noted_.depth = depth;
+        noted_.raw = span(raw, rawEnd);
+        noted_.text = span(s, end);
+    }
+    if (s == end) {
+        note(node, kxmap::NodeSpan::Kind::Empty, end);
+        return nullptr;
+    }
+    if (end[-1] == ')') return parseCall(node, s, end, depth); // even where a quote comes first
+    if (*s != '"') {
+        note(node, kxmap::NodeSpan::Kind::Bare, end);
+        node.text = newdup(s);
+        return nullptr;
+    }
+    const char* contentEnd = decodeQuoted(s + 1);
+    if (contentEnd == nullptr) return fail(newdup(kxmap::kMismatchedQuotes), s, end);
+    note(node, kxmap::NodeSpan::Kind::Quoted, contentEnd);
+    node.text = newdup(s + 1);
+    return nullptr;
+}
+
+char* Parser::parseCall(Expression& node, char* s, char* end, int depth)
+{
+    if (depth >= kxmap::kMaxNesting) return fail(newdup(kxmap::kNestedTooDeeply), s, end);
+    end[-1] = '\0';
+    char* bracket = s;
+    while (*bracket != '\0' && *bracket != '(') {
+        char* next = stepToken(bracket);
+        if (next == nullptr) return fail(newdup(kxmap::kMismatchedBracket), bracket, bracket + 1);
+        bracket = next;
+    }
+    if (*bracket == '\0') return fail(newdup(kxmap::kMismatchedCall), s, end);
+    *bracket = '\0';
+    node.func = kxmap::findFunction(s);
+    if (node.func == nullptr) return fail(unknownFunction(s), s, bracket);
+    note(node, kxmap::NodeSpan::Kind::Call, bracket);
+    return parseList(node, bracket + 1, depth + 1);
+}
+
+char* Parser::parseList(Expression& call, char* s, int depth)
+{
+    const char* const list = s;
+    s = kxmap::trimBlanks(s);
+    if (*s == '\0') return checkArguments(call, list);
+
+    char* argument = s;
+    for (char* p = s; *p != '\0';) {
+        if (*p == ',') {
+            *p = '\0';
+            if (char* message = addArgument(call, argument, depth)) return message;
+            argument = ++p;
+            // Deliberate: the step below swallows a comma that follows directly.
+            if (*p == ',' && trace_ != nullptr) trace_->swallowed.push_back(static_cast<std::size_t>(p - text_));
+        }
+        char* next = stepToken(p);
+        if (next == nullptr) return fail(newdup(kxmap::kMismatchedBracket), p, p + 1);
+        p = next;
+    }
+    if (char* message = addArgument(call, argument, depth)) return message;
+    return checkArguments(call, list);
+}
+
+char* Parser::addArgument(Expression& call, char* argument, int depth)
+{
+    auto param = std::make_unique<Expression>();
+    if (char* message = parse(*param, argument, depth)) return message;
+    call.params.push_back(param.get());
+    std::ignore = param.release(); // `params` owns it now
+    return nullptr;
+}
+
+/// @param list what stands between the call's brackets.
+/// @return null when the call's function takes as many arguments as it has, else the message.
+char* Parser::checkArguments(const Expression& call, const char* list)
+{
+    const std::size_t count = call.params.size();
+    // More arguments than an int counts do not fit a function either.
+    if (count <= 0x7FFFFFFF && call.func->numParamsOK(static_cast<int>(count))) return nullptr;
+    OFLOG_ERROR(logger, call.func->name << kxmap::kDoesNotTake << count << kxmap::kArguments);
+    std::string message = call.func->name;
+    message += kxmap::kDoesNotTake + std::to_string(count) + ' ' + kxmap::kArguments + '\n';
+    const char* nameEnd = list == text_ ? list : list - 1; // the root wrapper has no name in the text
+    const char* name = list == text_ ? list : nameEnd - std::strlen(call.func->name);
+    return fail(newdup(message.c_str()), name, nameEnd);
+}
+
+} // namespace
+
+char* Expression::parserStep(char* p)
+{
+    char* next = stepToken(p);
+    if (next == nullptr) throw kxmap::kMismatchedBracket;
+    return next;
+}
+
+Expression* Expression::readCfgLine(const char* line)
+{
+    auto root = std::make_unique<Expression>();
+    root->func = &f_root;
+    const kxmap::CharArray copy(newdup(line));
+    const kxmap::CharArray message(root->parseParamList(copy.get()));
+    if (message) {
+        error(std::string(kxmap::kErrorPrefix) + message.get());
+        return nullptr;
+    }
+    OFLOG_DEBUG(logger, *root);
+    return root.release();
+}
+
+char* Expression::parse(char* s)
+{
+    return Parser(s).parse(*this, s, 0);
+}
+
+char* Expression::parseParamList(char* s)
+{
+    return Parser(s).parseList(*this, s, 0);
+}
+
+std::unique_ptr<Expression> kxmap::ParseTrace::parse(const char* line)
+{
+    *this = {};
+    auto root = std::make_unique<Expression>();
+    root->func = &f_root;
+    const CharArray copy(newdup(line));
+    const CharArray failure(Parser(copy.get(), this).parseList(*root, copy.get(), 0));
+    if (failure) message = failure.get();
+    return failure ? nullptr : std::move(root);
+}

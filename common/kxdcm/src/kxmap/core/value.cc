@@ -1,0 +1,117 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Values: their texts, and how each kind fills an element.
+#include "kxmap.h"
+
+#include "kxmap/core/guards.h"
+#include "kxmap/core/itempath.h"
+
+#include <cstring>
+#include <tuple>
+
+char* newdup(const char* text)
+{
+    if (text == nullptr) return nullptr;
+    const std::size_t length = std::strlen(text);
+    char* copy = new char[length + 2]; // deliberate: one byte more than the text needs
+    std::memcpy(copy, text, length + 1);
+    return copy;
+}
+
+namespace {
+
+/// @return the element's own text; null where its VR has none, or it is empty.
+const char* elementText(DcmElement& element)
+{
+    char* text = nullptr;
+    std::ignore = element.getString(text); // a VR without text leaves null, which is the answer
+    return text;
+}
+
+/// Written when the level is on: `"text"`, or (NULL).
+struct Quoted {
+    const char* text;
+};
+
+std::ostream& operator<<(std::ostream& out, const Quoted& quoted)
+{
+    return quoted.text == nullptr ? out << "(NULL)" : out << '"' << quoted.text << '"';
+}
+
+/// Puts a copy of `source` in the place of `target`, which is destroyed. Both have the same VR, so the copy can carry
+/// the target's tag as it is. The copy is whole before anything is taken out: the source may lie inside the target.
+void replaceByCopy(DcmItem& item, DcmElement& target, DcmElement& source)
+{
+    std::unique_ptr<DcmElement> copy(static_cast<DcmElement*>(source.clone()));
+    // DcmObject has no setter for the element number; the copy is ours and not const.
+    const_cast<DcmTag&>(copy->getTag()) = target.getTag();
+
+    std::unique_ptr<DcmElement> old(item.remove(&target));
+    if (!old) return; // not in this item: nothing was taken out, so nothing goes in
+    try {
+        if (kxmap::insertElement(item, copy)) return;
+    } catch (...) { // memory is exhausted: the item gets back what it had
+        kxmap::insertElement(item, old);
+        throw;
+    }
+    kxmap::insertElement(item, old);
+}
+
+} // namespace
+
+Value::Value() : made(false), refCount(1), str(nullptr) {}
+
+Value::~Value()
+{
+    delete[] str;
+}
+
+void Value::makeString() {}
+
+char* Value::getString()
+{
+    if (!made) {
+        makeString();
+        made = true;
+    }
+    return str;
+}
+
+Value::operator DcmElement*() const
+{
+    return nullptr;
+}
+
+StringValue::StringValue(const char* s)
+{
+    str = newdup(s == nullptr ? "" : s);
+}
+
+void StringValue::assignTo(DcmItem* /*item*/, DcmElement* target) const
+{
+    OFLOG_DEBUG(logger, "Applying " << Quoted{str});
+    std::ignore = target->putString(str); // a rule never fails: the element is as DCMTK left it
+}
+
+TagValue::TagValue(DcmElement* source) : element(source) {}
+
+void TagValue::makeString()
+{
+    if (element == nullptr) return;
+    const char* text = elementText(*element);
+    const kxmap::CharArray old(std::exchange(str, nullptr));
+    str = newdup(text == nullptr ? "" : text);
+}
+
+void TagValue::assignTo(DcmItem* item, DcmElement* target) const
+{
+    if (element == nullptr) return;
+    OFLOG_DEBUG(logger, "Applying " << Quoted{elementText(*element)});
+    if (element == target) return;
+    if (element->getTag().getEVR() == target->getTag().getEVR()) return replaceByCopy(*item, *target, *element);
+    std::ignore = target->putString(elementText(*element)); // null clears; refusals leave the element as it is
+}
+
+TagValue::operator DcmElement*() const
+{
+    return element;
+}

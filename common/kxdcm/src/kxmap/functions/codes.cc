@@ -1,0 +1,158 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// New values from identifying ones: codes of the same shape, random numbers, ages.
+#include "kxmap.h"
+
+#include "QVDate.h"
+#include "kxmap/core/limits.h"
+#include "kxmap/core/numbers.h"
+#include "kxmap/functions/messages.h"
+#include "kxmap/functions/operands.h"
+
+#include <algorithm>
+#include <array>
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+
+using kxmap::textOf;
+
+unsigned int gseed = 0;
+
+namespace {
+
+constexpr std::string_view kAlphabetA = ",^qwertyuiopasdfghjklzxcvbnm1234567890_`'\"- QWERTYUIOPASDFGHJKLZXCVBNM";
+static_assert(kAlphabetA.size() == 70);
+
+/// 25 ASCII marks, then the bytes 0xA1 to 0xFF.
+constexpr std::array<char, 120> kAlphabetBBytes = [] {
+    constexpr std::string_view marks = R"(~!@#$%&*()=+[]{}\|;:<>./?)";
+    static_assert(marks.size() == 25);
+    std::array<char, 120> bytes{};
+    std::copy(marks.begin(), marks.end(), bytes.begin());
+    for (unsigned int i = 25; i < bytes.size(); ++i) bytes[i] = static_cast<char>(0xA1 + i - 25);
+    return bytes;
+}();
+constexpr std::string_view kAlphabetB(kAlphabetBBytes.data(), kAlphabetBBytes.size());
+
+/// Steps `shift` places around the alphabet, again while it lands on a forbidden byte. A full round without a free byte
+/// ends with `byte` as it came, so a forbidden set can hide a byte, but never hang a rule.
+/// @param forbidden null for none.
+char stepAround(std::string_view alphabet, std::size_t position, std::size_t shift, const char* forbidden, char byte)
+{
+    for (std::size_t step = 0; step < alphabet.size(); ++step) {
+        position += shift;
+        if (position >= alphabet.size()) position -= alphabet.size();
+        const char candidate = alphabet[position];
+        if (forbidden == nullptr || std::strchr(forbidden, candidate) == nullptr) return candidate;
+    }
+    return byte;
+}
+
+char codeByte(char byte, std::size_t shift, const char* forbidden)
+{
+    for (const std::string_view alphabet : {kAlphabetA, kAlphabetB}) {
+        const std::size_t position = alphabet.find(byte);
+        if (position != std::string_view::npos) return stepAround(alphabet, position, shift, forbidden, byte);
+    }
+    return byte;
+}
+
+/// @param number not negative.
+/// @return a number of as many digits; for very large ones the 32-bit products wrap, and the result with them.
+int codeOf(int number)
+{
+    constexpr int kFactor = 23;
+    constexpr int kOffset = 12031;
+    int power = 1; // the power of ten with as many digits as the number
+    while (number / power >= 10) power *= 10;
+    if (power == 1) return (kFactor * number + kOffset) % 10;
+    const int scrambled = kxmap::wrappingAdd(kxmap::wrappingMul(number - power, kFactor), kOffset);
+    return kxmap::wrappingAdd(power, scrambled % kxmap::wrappingMul(9, power)); // 9 * power never wraps to 0 or -1
+}
+
+Value* complain(const char* message, const char* about)
+{
+    std::fprintf(stderr, "%s%s\n", message, about);
+    return nullptr;
+}
+
+unsigned int seedOf(const char* text)
+{
+    unsigned int seed = 0;
+    unsigned int position = 1;
+    for (const char* p = text; *p != '\0'; ++p, ++position) {
+        seed = (seed + static_cast<unsigned char>(*p) * position * position) & 0x7FFF;
+    }
+    return seed;
+}
+
+} // namespace
+
+// codenumber(number): a number of as many digits that tells nothing at a glance, always the same for the same number.
+// Leading zeros stay in front of it.
+Value* codenumber_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    SArgs args(session, params);
+    Value* value = args.GetAt();
+    if (value == nullptr) return nullptr;
+    const char* text = textOf(value);
+    if (text == nullptr) return complain(kxmap::kInvalidCodeNumber, kxmap::kNull);
+    int number = -1;
+    if (!kxmap::readInt(text, number) || number < 0) return complain(kxmap::kInvalidCodeNumber, text);
+    const std::string zeros(std::strspn(text, "0"), '0');
+    return new StringValue((zeros + std::to_string(codeOf(number))).c_str());
+}
+
+// codestring(text [, forbidden]): each byte replaced within its alphabet, by a step that shrinks from byte to byte, so
+// that no byte of the forbidden set comes out. Deliberate: only the first 64 bytes are coded, and the rest is cut off.
+Value* codestring_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    SArgs args(session, params);
+    const char* text = textOf(args.GetAt());
+    if (text == nullptr) return nullptr;
+    args.Next();
+    const char* forbidden = textOf(args.GetAt());
+
+    std::string coded(text, strnlen(text, kxmap::kMaxCodedBytes));
+    std::size_t shift = coded.size();
+    for (char& byte : coded) byte = codeByte(byte, shift--, forbidden);
+    return new StringValue(coded.c_str());
+}
+
+// rnd(max [, seed]): a number from 0 to max - 1. With a seed text it depends on that text and max alone.
+Value* rnd_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    SArgs args(session, params);
+    Value* maxOperand = args.GetAt();
+    if (maxOperand == nullptr) return nullptr;
+    const char* maxText = textOf(maxOperand);
+    if (maxText == nullptr) return complain(kxmap::kInvalidRndMax, kxmap::kNull);
+    int max = -1;
+    kxmap::readInt(maxText, max);
+    if (max < 2) return complain(kxmap::kInvalidRndMax, std::to_string(max).c_str());
+
+    args.Next();
+    Value* seedOperand = args.GetAt();
+    if (seedOperand == nullptr) return new StringValue(std::to_string(rand_r(&gseed) % max).c_str());
+    const char* seedText = textOf(seedOperand);
+    if (seedText == nullptr) return complain(kxmap::kInvalidRndSeed, kxmap::kNull);
+    unsigned int seed = seedOf(seedText);
+    OFLOG_DEBUG(logger, kxmap::kLocalSeed << seed);
+    return new StringValue(std::to_string(rand_r(&seed) % max).c_str());
+}
+
+// dicomAge(date, since): the age at the date of who was born on the other, in the form of a DICOM age (PS3.5, AS).
+Value* dicomAge_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    SArgs args(session, params);
+    Value* date = args.GetAt();
+    if (date == nullptr) return nullptr;
+    args.Next();
+    Value* since = args.GetAt();
+    if (since == nullptr) return nullptr;
+    const QVDate dateRead(textOf(date));
+    const QVDate sinceRead(textOf(since));
+    if (!dateRead.isValid() || !sinceRead.isValid()) return nullptr;
+    const std::string age = dateRead.ageSince(sinceRead);
+    return age.empty() ? nullptr : new StringValue(age.c_str());
+}

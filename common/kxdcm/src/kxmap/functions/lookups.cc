@@ -1,0 +1,90 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// What reads the session: tag references, variables, custom fields, elements in sequence items. All are NULL for what
+// is not there, and none reports anything.
+#include "kxmap.h"
+
+#include "kxmap/core/itempath.h"
+#include "kxmap/core/numbers.h"
+#include "kxmap/functions/operands.h"
+
+using kxmap::textOf;
+
+namespace {
+
+Value* elementValue(DcmItem* item, unsigned int group, unsigned int element)
+{
+    if (item == nullptr) return nullptr;
+    DcmElement* found = kxmap::findElement(*item, {static_cast<Uint16>(group), static_cast<Uint16>(element)});
+    return found == nullptr ? nullptr : new TagValue(found);
+}
+
+/// Reads one piece of a sequence path: two tag components, then an item number, and again.
+/// @return false for NULL and for what does not scan.
+bool readPiece(const char* text, std::size_t position, int& piece)
+{
+    if (text == nullptr) return false;
+    if (position % 3 == 2) return kxmap::readInt(text, piece);
+    unsigned int component = 0;
+    if (!kxmap::readHex4(text, component)) return false;
+    piece = static_cast<int>(component);
+    return true;
+}
+
+/// Evaluates the one argument and looks it up by its text. A NULL argument finds nothing.
+template <typename Lookup>
+Value* named(MappingSession& session, std::list<Expression*>& params, Lookup lookup)
+{
+    if (params.size() != 1) return nullptr;
+    SArgs args(session, params);
+    const char* name = textOf(args.GetAt());
+    const char* found = name == nullptr ? nullptr : lookup(name);
+    return found == nullptr ? nullptr : new StringValue(found);
+}
+
+} // namespace
+
+// (value): value itself. (group, element): that element of the dataset, NULL where it has none or a component is NULL
+// or no hexadecimal number.
+Value* empty_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    SArgs args(session, params);
+    Value* first = args.GetAt();
+    if (params.size() == 1) return kxmap::keep(first);
+    args.Next();
+    const char* groupText = textOf(first);
+    const char* elementText = textOf(args.GetAt());
+    unsigned int group = 0;
+    unsigned int element = 0;
+    if (groupText == nullptr || !kxmap::readHex4(groupText, group)) return nullptr;
+    if (elementText == nullptr || !kxmap::readHex4(elementText, element)) return nullptr;
+    return elementValue(session.dataset, group, element);
+}
+
+// $(name): the temporary variable's text; "@" in front reads those that outlive a mapping.
+Value* var_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    return named(session, params, [&session](const char* name) { return session.getVariable(name); });
+}
+
+// USER(name): the custom field's text.
+Value* user_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    return named(session, params, [&session](const char* name) { return session.customFields.getFieldValue(name); });
+}
+
+// SEQ(g1, e1, i1, ..., gN, eN): the element (gN,eN) of the item reached by the path. All arguments are evaluated; one
+// that is NULL or does not scan makes the result NULL.
+Value* seq_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    SArgs args(session, params);
+    std::list<int> path;
+    bool isPath = params.size() % 3 == 2;
+    for (std::size_t i = 0; i < params.size(); ++i, args.Next()) {
+        int piece = 0;
+        isPath = readPiece(textOf(args.GetAt()), i, piece) && isPath;
+        path.push_back(piece);
+    }
+    if (!isPath) return nullptr;
+    DcmItem* item = getParentItem(path, session.dataset);
+    return elementValue(item, static_cast<unsigned int>(path.front()), static_cast<unsigned int>(path.back()));
+}

@@ -1,0 +1,164 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Joining, measuring, searching, cutting and re-casing texts. Lengths and positions count bytes. Only "split" traces;
+// nothing here reports a bad operand, which makes the result NULL.
+#include "kxmap.h"
+
+#include "kxmap/core/bytes.h"
+#include "kxmap/core/limits.h"
+#include "kxmap/core/numbers.h"
+#include "kxmap/functions/messages.h"
+#include "kxmap/functions/operands.h"
+
+#include <algorithm>
+#include <cstring>
+#include <stdexcept>
+
+using kxmap::keep;
+using kxmap::textOf;
+
+namespace {
+
+Value* recased(MappingSession& session, std::list<Expression*>& params, char (*convert)(char))
+{
+    SArgs args(session, params);
+    Value* value = args.GetAt();
+    if (value == nullptr) return nullptr;
+    const char* text = textOf(value);
+    if (text == nullptr) throw std::logic_error(kxmap::kNoText);
+    std::string copy(text);
+    std::transform(copy.begin(), copy.end(), copy.begin(), convert);
+    return new StringValue(copy.c_str());
+}
+
+} // namespace
+
+// concat(a, b, ...): all joined, NULLs skipped. Deliberate: NULL, not an empty text, when nothing comes of it.
+// An operand without text counts as empty. NULL beyond 2 GiB.
+Value* concat_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    SArgs args(session, params);
+    std::size_t total = 0;
+    for (std::size_t i = 0; i < params.size(); ++i, args.Next()) {
+        if (const char* text = textOf(args.GetAt())) total += std::strlen(text);
+    }
+    if (total == 0 || total > kxmap::kMaxJoinedBytes) return nullptr;
+
+    std::string joined;
+    joined.reserve(total);
+    for (Value* value : args.values) {
+        if (const char* text = textOf(value)) joined += text;
+    }
+    return new StringValue(joined.c_str());
+}
+
+// strlen(text): its bytes.
+Value* strlen_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    SArgs args(session, params);
+    const char* text = textOf(args.GetAt());
+    if (text == nullptr) return nullptr;
+    return new StringValue(std::to_string(std::strlen(text)).c_str());
+}
+
+// contains(text, wanted): wanted itself when it occurs in text, else NULL. Without a text wanted is not evaluated.
+Value* contains_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    SArgs args(session, params);
+    Value* value = args.GetAt();
+    if (value == nullptr) return nullptr;
+    args.Next();
+    Value* wanted = args.GetAt();
+    const char* text = textOf(value);
+    const char* wantedText = textOf(wanted);
+    if (text == nullptr || wantedText == nullptr || std::strstr(text, wantedText) == nullptr) return nullptr;
+    return keep(wanted);
+}
+
+// indexof(text, wanted): the offset of its first occurrence, from 0; "-1" when there is none; NULL when one is NULL.
+Value* indexof_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    SArgs args(session, params);
+    const char* text = textOf(args.GetAt());
+    if (text == nullptr) return nullptr;
+    args.Next();
+    const char* wanted = textOf(args.GetAt());
+    if (wanted == nullptr) return nullptr;
+    const char* found = std::strstr(text, wanted);
+    return new StringValue(found == nullptr ? "-1" : std::to_string(found - text).c_str());
+}
+
+// substr(text, start [, length]): from the start, from 0, at most length bytes. A NULL start is 0, a NULL length the
+// rest. NULL for a negative or unreadable number, and for a start beyond the text's end; at the end it is the empty
+// text. A text without bytes to give is NULL, a start without text is unreadable.
+Value* substr_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    SArgs args(session, params);
+    Value* value = args.GetAt();
+    if (value == nullptr) return nullptr;
+    args.Next();
+
+    const auto readNumber = [](Value* operand, int& number) {
+        number = -1;
+        if (const char* text = textOf(operand)) kxmap::readInt(text, number);
+        return number >= 0;
+    };
+    int start = 0;
+    if (Value* operand = args.GetAt(); operand != nullptr && !readNumber(operand, start)) return nullptr;
+    args.Next();
+    int length = 0;
+    Value* lengthOperand = args.GetAt();
+    if (lengthOperand != nullptr && !readNumber(lengthOperand, length)) return nullptr;
+
+    const char* text = textOf(value);
+    if (text == nullptr) return nullptr;
+    const std::size_t bytes = std::strlen(text);
+    const auto from = static_cast<std::size_t>(start);
+    if (from > bytes) return nullptr;
+    const std::size_t rest = bytes - from;
+    const std::size_t wanted = lengthOperand == nullptr ? rest : static_cast<std::size_t>(length);
+    return new StringValue(std::string(text + from, std::min(rest, wanted)).c_str());
+}
+
+// toUpper(text): every byte through C `toupper` in the process's locale.
+Value* toUpper_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    return recased(session, params, kxmap::upperInLocale);
+}
+
+// toLower(text): every byte through C `tolower` in the process's locale.
+Value* toLower_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    return recased(session, params, kxmap::lowerInLocale);
+}
+
+// split(text, separator, n): the n-th field, from 1, at the separator's first byte. A number below 1 is the first
+// field, but 0 and an unreadable one are NULL, as are too few fields. An empty separator, or one without text, never
+// occurs.
+Value* split_getValue(MappingSession& session, std::list<Expression*>& params)
+{
+    SArgs args(session, params);
+    Value* value = args.GetAt();
+    if (value == nullptr) return nullptr;
+    args.Next();
+    Value* separatorOperand = args.GetAt();
+    if (separatorOperand == nullptr) return nullptr;
+    args.Next();
+    Value* fieldOperand = args.GetAt();
+    if (fieldOperand == nullptr) return nullptr;
+
+    const char* separatorText = textOf(separatorOperand);
+    const char separator = separatorText == nullptr ? '\0' : *separatorText;
+    int n = 0;
+    if (const char* text = textOf(fieldOperand)) kxmap::readInt(text, n);
+    const char* rest = textOf(value);
+    if (rest == nullptr || n == 0 || (n > 1 && separator == '\0')) return nullptr;
+
+    for (int i = 1; i < n; ++i) {
+        OFLOG_DEBUG(logger, "Looking for '" << separator << " in '" << rest << "(" << i << "/" << n << ")");
+        const char* next = std::strchr(rest, separator);
+        if (next == nullptr) return nullptr;
+        rest = next + 1;
+    }
+    const char* end = std::strchr(rest, separator); // for an empty separator the terminator
+    return new StringValue(end == nullptr ? rest : std::string(rest, end).c_str());
+}

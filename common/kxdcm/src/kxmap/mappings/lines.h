@@ -1,0 +1,37 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// How every reader of mapping files opens one and takes it apart into lines.
+#pragma once
+
+#include "kxmap/core/guards.h"
+#include "kxmap/core/limits.h"
+
+#include <array>
+#include <string>
+
+namespace kxmap {
+
+/// Opens a file for reading, in text mode.
+/// @return null when it cannot be opened: it does not exist, may not be read, is a directory, or has a longer path than
+///         kMaxPathBytes.
+FileHandle openFile(const std::string& path);
+
+/// As openFile(), for a name that a directory listing offers and nobody chose: what is not a regular file (a pipe, say,
+/// that would hold the server until somebody writes) is not opened.
+FileHandle openRegularFile(const std::string& path);
+
+/// Reads a file line by line, long lines in pieces.
+class LineReader {
+public:
+    /// @param file open and the caller's.
+    explicit LineReader(std::FILE* file) : file_(file) {}
+
+    /// @return the next piece, its line feed included, up to its first NUL byte; writable, valid until the next call.
+    ///         Null at the end of the file, or where it cannot be read any further.
+    char* next() { return std::fgets(line_.data(), static_cast<int>(line_.size()), file_); }
+
+private:
+    std::FILE* file_;
+    std::array<char, kLineBufferBytes> line_;
+};
+
+} // namespace kxmap

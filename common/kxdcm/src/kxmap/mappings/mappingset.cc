@@ -1,0 +1,111 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Every mapping of one direction, found below the directory that DICOM_VAR names.
+#include "kxmap.h"
+
+#include "kxmap/mappings/lines.h"
+
+#include <cstdlib>
+#include <cstring>
+#include <string_view>
+#include <tuple>
+
+namespace {
+
+constexpr std::string_view kSuffix = ".map";
+
+/// @return the value of DICOM_VAR, empty when it is not set, and "/mappings".
+std::string mappingsDirectory()
+{
+    const char* root = std::getenv("DICOM_VAR");
+    return std::string(root == nullptr ? "" : root) + "/mappings";
+}
+
+/// @return the mapping in a file; null when it cannot be opened.
+std::unique_ptr<Mapping> readMapping(const std::string& path, const char* name)
+{
+    const kxmap::FileHandle file = kxmap::openRegularFile(path);
+    return file ? std::make_unique<Mapping>(file.get(), name) : nullptr;
+}
+
+} // namespace
+
+MappingSet::MappingSet(Empty) : pre(nullptr), post(nullptr) {}
+
+// Both readers run on an object that already counts as made, so that an exception on the way destroys what they hold.
+MappingSet::MappingSet() : MappingSet(Empty{})
+{
+    const std::string directory = mappingsDirectory();
+    const kxmap::DirHandle listing(::opendir(directory.c_str()));
+    if (!listing) return;
+    pre = readMapping(directory + "/global/pre.map", "pre").release();
+    while (const dirent* entry = ::readdir(listing.get())) {
+        const std::string_view file = entry->d_name;
+        OFLOG_DEBUG(logger, "Scanning " << entry->d_name);
+        if (!file.ends_with(kSuffix)) continue; // outbound files do: they serve the AE title "<title>.out"
+        OFLOG_DEBUG(logger, "Reading " << entry->d_name << " map file");
+        const std::string name(file.substr(0, file.size() - kSuffix.size()));
+        load(directory + '/' + entry->d_name, name.c_str());
+    }
+    post = readMapping(directory + "/global/post.map", "post").release();
+}
+
+MappingSet::MappingSet(bool outbound, const char* aeTitle, bool globals) : MappingSet(Empty{})
+{
+    const std::string directory = mappingsDirectory() + '/';
+    if (globals) {
+        std::string path;
+        pre = readGlobal(directory, "pre", outbound, path);
+        post = readGlobal(directory, "post", outbound, path);
+    }
+    // Deliberate: the outbound file, whatever the flag says.
+    if (aeTitle != nullptr) load(directory + aeTitle + ".out.map", aeTitle);
+}
+
+MappingSet::~MappingSet()
+{
+    for (Mapping* mapping : mappings) delete mapping;
+    delete pre;
+    delete post;
+}
+
+void MappingSet::load(const std::string& path, const char* name)
+{
+    std::unique_ptr<Mapping> mapping = readMapping(path, name);
+    if (!mapping) return;
+    mappings.push_back(mapping.get());
+    std::ignore = mapping.release(); // the list owns it now
+}
+
+Mapping* MappingSet::readGlobal(const std::string& directory, const std::string& name, bool outbound, std::string& path)
+{
+    path = directory + "global/" + (outbound ? "out" : "") + name + ".map";
+    return readMapping(path, name.c_str()).release();
+}
+
+int MappingSet::apply(const char* aeTitle, MappingSession& session)
+{
+    OFLOG_DEBUG(logger, "Search for mapping for AEtitle " << aeTitle);
+    for (Mapping* mapping : mappings) {
+        if (std::strcmp(mapping->name, aeTitle) != 0) continue;
+        OFLOG_DEBUG(logger, "Found mapping for AEtitle " << aeTitle);
+        const int result = mapping->apply(session);
+        OFLOG_DEBUG(logger, "Done applying mapping for AEtitle " << aeTitle);
+        return result;
+    }
+    return 0;
+}
+
+int MappingSet::applyGlobal(GlobalMappingRule rule, MappingSession& session)
+{
+    if (rule != GlobalPre && rule != GlobalPost) return 0;
+    Mapping* mapping = rule == GlobalPre ? pre : post;
+    const char* title = rule == GlobalPre ? "Pre" : "Post";
+    if (mapping == nullptr) {
+        OFLOG_DEBUG(logger, "No global '" << title << "' mapping to apply");
+        return 0;
+    }
+    OFLOG_DEBUG(logger, "Apply global '" << title << "' mapping");
+    const int result = mapping->apply(session);
+    OFLOG_DEBUG(logger, title << " mapping is done");
+    return result;
+}
