@@ -1,0 +1,42 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Runs the built kxmap as a shell does, and looks at what it left.
+#pragma once
+
+#include <filesystem>
+#include <fstream>
+#include <iterator>
+#include <string>
+#include <sys/wait.h>
+
+namespace kxtest {
+
+inline std::string contentOf(const std::filesystem::path& file)
+{
+    std::ifstream stream(file, std::ios::binary);
+    return {std::istreambuf_iterator<char>(stream), {}};
+}
+
+struct ToolRun {
+    int exitCode;
+    std::string output;
+    std::string errors;
+};
+
+/// @param arguments as typed into a shell; the current folder is `folder`, and DICOM_VAR is unset.
+/// @param prelude shell commands that come first, ended by ";".
+inline ToolRun runTool(const std::filesystem::path& folder, const std::string& arguments,
+                       const std::string& prelude = "")
+{
+    const std::filesystem::path log = folder.native() + ".log";
+    const std::string output = log.native() + ".out";
+    const std::string errors = log.native() + ".err";
+    const std::string command = "cd '" + folder.native() + "'; unset DICOM_VAR; " + prelude + " '" KXDCM_TOOL "' " +
+                                arguments + " >'" + output + "' 2>'" + errors + "'";
+    const int status = std::system(command.c_str());
+    ToolRun run{WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(output), contentOf(errors)};
+    std::filesystem::remove(output);
+    std::filesystem::remove(errors);
+    return run;
+}
+
+} // namespace kxtest

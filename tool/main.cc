@@ -1,0 +1,72 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// kxmap's entry: the options that all commands share, and the way to each command. The locale stays "C", as in a server
+// that does not ask for another.
+#include "tool/commands.h"
+#include "tool/exitcodes.h"
+#include "tool/output.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <cerrno>
+#include <csignal>
+#include <cstdio>
+
+namespace {
+
+using namespace kxtool;
+
+constexpr CommandAdder* kCommands[] = {addApply, addCheck};
+
+// A full disk must not pass for success because it was met at the last byte.
+int finishOutput(int exitCode)
+{
+    if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return exitCode;
+    reportError(fmt::format("standard output: {}", systemReason(errno)));
+    return kUnusable;
+}
+
+int parseAndRun(int argc, char** argv)
+{
+    int exitCode = kAllGood;
+    CLI::App app("Rewrites attributes of DICOM files by the rules of mapping files.", "kxmap");
+    app.set_version_flag("--version", "kxmap " KXDCM_VERSION);
+    app.get_formatter()->label("SUBCOMMAND", "COMMAND");
+    app.get_formatter()->label("Subcommands", "Commands");
+    app.require_subcommand(1);
+    app.fallthrough(); // the shared options may stand behind the command
+    bool isVerbose = false;
+    bool isDebug = false;
+    app.add_flag("-v,--verbose", isVerbose, "Say what is done, and show the libraries' own messages");
+    app.add_flag("-d,--debug", isDebug, "Show every step of every rule as well");
+    // Commands run as the last part of parsing; the loggers are set by then.
+    app.parse_complete_callback([&isVerbose, &isDebug] {
+        setVerbosity(isDebug ? Verbosity::Debug : isVerbose ? Verbosity::Verbose : Verbosity::Quiet);
+    });
+    app.footer("\"kxmap COMMAND --help\" explains a command.\n"
+               "Environment: DICOM_VAR, the folder that holds \"mappings\"; DCMDICTPATH, DCMTK's data dictionary.");
+    for (CommandAdder* add : kCommands) add(app, exitCode);
+    try {
+        app.parse(argc, argv);
+        return exitCode;
+    } catch (const CLI::Success& request) { // --help, --version
+        app.exit(request);
+        return kAllGood;
+    } catch (const CLI::ParseError& error) {
+        reportError(fmt::format("{}\nRun \"kxmap --help\" for help.", error.what()));
+        return kUnusable;
+    }
+}
+
+} // namespace
+
+int main(int argc, char** argv)
+{
+    std::signal(SIGXFSZ, SIG_IGN); // a file over the size limit is then a write error with a reason
+    try {
+        return finishOutput(parseAndRun(argc, argv));
+    } catch (const std::exception& error) {
+        reportError(error.what());
+        return kUnusable;
+    }
+}

@@ -1,0 +1,86 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Messages, results, and the loggers below them.
+#include "tool/output.h"
+
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/oflog/oflog.h>
+
+#include <cstdio>
+#include <fmt/format.h>
+#include <system_error>
+
+namespace kxtool {
+namespace {
+
+Verbosity current = Verbosity::Quiet;
+
+} // namespace
+
+FileError::FileError(const std::filesystem::path& file, std::string_view reason)
+    : text_(fmt::format("{}: {}", file.native(), reason))
+{
+}
+
+void setVerbosity(Verbosity verbosity)
+{
+    current = verbosity;
+    switch (verbosity) {
+    case Verbosity::Quiet:
+        OFLog::configure(OFLogger::OFF_LOG_LEVEL);
+        break;
+    case Verbosity::Verbose:
+        OFLog::configure(OFLogger::INFO_LOG_LEVEL);
+        // It warns at every file that the file meta information is kept, which is what we ask for.
+        OFLog::getLogger("dcmtk.dcmdata").setLogLevel(OFLogger::ERROR_LOG_LEVEL);
+        break;
+    case Verbosity::Debug:
+        OFLog::configure(OFLogger::DEBUG_LOG_LEVEL);
+        break;
+    }
+}
+
+Verbosity verbosity()
+{
+    return current;
+}
+
+void reportError(std::string_view text)
+{
+    std::fflush(stdout); // results and messages keep their order where both go to one terminal
+    fmt::print(stderr, "kxmap: {}\n", text);
+}
+
+void reportWarning(std::string_view text)
+{
+    reportError(fmt::format("warning: {}", text));
+}
+
+void reportNote(std::string_view text)
+{
+    if (current != Verbosity::Quiet) reportError(text);
+}
+
+void printLine(std::string_view text)
+{
+    // Not fmt::print, which throws when the reader has gone: main looks at the stream's state once, at the end.
+    std::fwrite(text.data(), 1, text.size(), stdout);
+    std::fputc('\n', stdout);
+}
+
+std::string printable(std::string_view text)
+{
+    std::string shown;
+    for (const char byte : text) {
+        if ((byte >= '\0' && byte < ' ') || byte == '\x7F')
+            shown += fmt::format("\\x{:02X}", static_cast<unsigned>(byte));
+        else shown += byte;
+    }
+    return shown;
+}
+
+std::string systemReason(int errorNumber)
+{
+    return std::generic_category().message(errorNumber);
+}
+
+} // namespace kxtool
