@@ -23,7 +23,7 @@ constexpr std::size_t kMaxCodedBytes = 64;
 /// The array of the syntax check's message, its terminator included. Longer messages are cut.
 constexpr std::size_t kSyntaxMessageBytes = 2048;
 
-/// A path, without its terminator. A longer one counts as a file that cannot be opened.
+/// A path of a file of a mapping set, without its terminator. A longer one counts as a file that cannot be opened.
 constexpr std::size_t kMaxPathBytes = 1023;
 
 } // namespace kxmap

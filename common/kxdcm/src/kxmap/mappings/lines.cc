@@ -9,8 +9,7 @@ namespace {
 kxmap::FileHandle openUnless(const std::string& path, bool (*refused)(mode_t))
 {
     struct stat status = {};
-    const bool isOffered = path.size() <= kxmap::kMaxPathBytes && ::stat(path.c_str(), &status) == 0;
-    if (!isOffered || refused(status.st_mode)) return nullptr;
+    if (::stat(path.c_str(), &status) != 0 || refused(status.st_mode)) return nullptr;
     return kxmap::FileHandle(std::fopen(path.c_str(), "rt"));
 }
 
@@ -23,5 +22,6 @@ kxmap::FileHandle kxmap::openFile(const std::string& path)
 
 kxmap::FileHandle kxmap::openRegularFile(const std::string& path)
 {
+    if (path.size() > kMaxPathBytes) return nullptr;
     return openUnless(path, [](mode_t mode) { return !S_ISREG(mode); });
 }

@@ -10,13 +10,12 @@
 
 namespace kxmap {
 
-/// Opens a file for reading, in text mode.
-/// @return null when it cannot be opened: it does not exist, may not be read, is a directory, or has a longer path than
-///         kMaxPathBytes.
+/// Opens a file that the caller names, for reading, in text mode.
+/// @return null when it cannot be opened, or is a directory.
 FileHandle openFile(const std::string& path);
 
-/// As openFile(), for a name that a directory listing offers and nobody chose: what is not a regular file (a pipe, say,
-/// that would hold the server until somebody writes) is not opened.
+/// As openFile(), for a file of a mapping set, which nobody may have chosen: what is not a regular file (a pipe, say,
+/// that would hold the server until somebody writes) is not opened, nor one of a path longer than kMaxPathBytes.
 FileHandle openRegularFile(const std::string& path);
 
 /// Reads a file line by line, long lines in pieces.

@@ -22,12 +22,11 @@ std::unique_ptr<DcmElement> createElement(const DcmTagKey& key, bool isOurs)
     return element;
 }
 
-bool insertNew(DcmItem& item, std::unique_ptr<DcmElement>& element, bool isOurs)
+/// Inserts the element; the item's when it was taken, else still the caller's.
+void insertNew(DcmItem& item, std::unique_ptr<DcmElement>& element, bool isOurs)
 {
-    if (!isOurs) return kxmap::insertElement(item, element);
-    if (KXItem(item).insertKX(element.get(), false, false).bad()) return false;
-    std::ignore = element.release();
-    return true;
+    if (!isOurs) kxmap::insertElement(item, element);
+    else if (KXItem(item).insertKX(element.get(), false, false).good()) std::ignore = element.release();
 }
 
 } // namespace
@@ -48,15 +47,16 @@ void LVDicomTag::assignValueInner(DcmItem& item, Value* value)
         if (target != nullptr) std::unique_ptr<DcmElement>(item.remove(target)).reset();
         return;
     }
+    std::unique_ptr<DcmElement> created;
     if (target == nullptr) {
         const bool isOurs = KXItem::isOurPrivateTagKey(key);
-        std::unique_ptr<DcmElement> created = createElement(key, isOurs);
+        created = createElement(key, isOurs);
         if (!created) {
             OFLOG_DEBUG(logger, "Skipping unrecognized: " << key);
             return;
         }
         target = created.get();
-        if (!insertNew(item, created, isOurs)) return; // the item has no place for it
+        insertNew(item, created, isOurs); // refused, the element stays ours: the write goes on, and goes nowhere
     }
     OFLOG_DEBUG(logger, "Applying: " << key);
     value->assignTo(&item, target);
