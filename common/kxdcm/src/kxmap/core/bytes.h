@@ -34,6 +34,11 @@ inline int hexDigit(char c)
     return -1;
 }
 
+inline bool isHexDigit(char c)
+{
+    return hexDigit(c) >= 0;
+}
+
 /// C `toupper` in the process's locale.
 inline char upperInLocale(char c)
 {

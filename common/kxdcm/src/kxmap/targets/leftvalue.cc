@@ -7,6 +7,7 @@
 #include "kxmap/core/numbers.h"
 #include "kxmap/targets/messages.h"
 
+#include <algorithm>
 #include <iomanip>
 #include <string_view>
 
@@ -27,7 +28,13 @@ LVObject* refuse(const char* message, const std::string& text)
 bool readTag(const std::string& text, unsigned int& group, unsigned int& element)
 {
     constexpr std::size_t kTagBytes = 11;
-    return text.size() == kTagBytes && std::sscanf(text.c_str(), "(%4X,%4X)", &group, &element) == 2;
+    if (text.size() != kTagBytes) return false;
+    // The everyday tag, eight digits, without the cost of a scan.
+    const char* s = text.c_str();
+    const bool isPlain =
+        s[5] == ',' && std::all_of(s + 1, s + 5, kxmap::isHexDigit) && std::all_of(s + 6, s + 10, kxmap::isHexDigit);
+    if (!isPlain) return std::sscanf(s, "(%4X,%4X)", &group, &element) == 2;
+    return kxmap::readHex4(s + 1, group) && kxmap::readHex4(s + 6, element);
 }
 
 LVObject* parseTag(const std::string& text)
