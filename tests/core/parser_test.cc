@@ -167,11 +167,11 @@ TEST(Parser, stepsOverOneToken)
     };
     for (const auto& c : cases) {
         std::string copy = c.text;
-        EXPECT_EQ(Expression::parserStep(copy.data()) - copy.data(), c.length) << c.text;
+        EXPECT_EQ(Expression().parserStep(copy.data()) - copy.data(), c.length) << c.text;
     }
     char closing[] = ")";
     try {
-        Expression::parserStep(closing);
+        Expression().parserStep(closing);
         FAIL();
     } catch (const char* message) {
         EXPECT_STREQ(message, "bracket mismatch");

@@ -4,8 +4,13 @@
 
 #include <gmock/gmock.h>
 
+#include <locale>
+#include <thread>
+
 namespace {
 using namespace kxtest;
+using testing::AllOf;
+using testing::Contains;
 using testing::HasSubstr;
 using testing::IsEmpty;
 
@@ -206,6 +211,27 @@ TEST(Logging, everySiteNamesItsPlaceAndMindsTheLevel)
         evaluate(site.expression, session);
         EXPECT_THAT(log.events(), IsEmpty()) << site.message;
     }
+}
+
+// The logger's stream takes the global locale when its thread first logs, so this looks at a thread of its own.
+TEST(Logging, numbersFollowNoLocale)
+{
+    struct Grouping : std::numpunct<char> {
+        char do_thousands_sep() const override { return '.'; }
+        std::string do_grouping() const override { return "\1"; }
+    };
+    const std::locale before = std::locale::global(std::locale(std::locale::classic(), new Grouping));
+    LogCapture log;
+    std::thread([] {
+        std::string tag = "(1010,2020)";
+        delete parseLV(tag);
+        MappingSession session;
+        evaluate("rnd(10,abc)", session);
+        evaluate("mod(1,2,3,4,5,6,7,8,9,10,11)", session);
+    }).join();
+    std::locale::global(before);
+    EXPECT_THAT(log.messages(), AllOf(Contains("lvalue: (1010,2020)"), Contains("Coercion: Local seed: 1380"),
+                                      Contains("mod does not take 11arguments")));
 }
 
 } // namespace

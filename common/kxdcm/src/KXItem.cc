@@ -2,6 +2,8 @@
 // The private block's dictionary, and its reservation in an item.
 #include "KXItem.h"
 
+#include "kxmap/core/itempath.h"
+
 #include <dcmtk/dcmdata/dcdicent.h>
 #include <dcmtk/dcmdata/dcdict.h>
 #include <dcmtk/dcmdata/dcelem.h>
@@ -99,11 +101,22 @@ OFCondition KXItem::insertKX(DcmElement* element, bool replaceOld, bool checkIns
     }
     std::unique_ptr<DcmElement> reservation = newElement(kCreatorKey, EVR_LO);
     if (!reservation) return EC_MemoryExhausted;
-    OFCondition result = reservation->putString(kCreator);
-    if (result.good()) result = item_.insert(reservation.get(), OFFalse, checkInsertOrder);
+    creator = reservation.get();
+    OFCondition result = creator->putString(kCreator);
     if (result.bad()) return result;
-    creator = reservation.release(); // the item's now
-    result = item_.insert(element, replaceOld, checkInsertOrder);
-    if (result.bad()) reservation.reset(item_.remove(creator)); // the caller's again, who has it destroyed
+    result = kxmap::giveTo(item_, reservation,
+                           [&](DcmElement* given) { return item_.insert(given, OFFalse, checkInsertOrder); });
+    if (result.bad()) return result;
+
+    const auto withoutReservation = [&] { // without the element it reserved for, it goes again
+        if (!kxmap::holds(item_, element)) reservation.reset(item_.remove(creator));
+    };
+    try {
+        result = item_.insert(element, replaceOld, checkInsertOrder);
+    } catch (...) {
+        withoutReservation();
+        throw;
+    }
+    if (result.bad()) withoutReservation();
     return result;
 }

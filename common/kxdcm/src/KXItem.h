@@ -39,7 +39,7 @@ public:
     /// reloaded; a second call changes nothing. Takes the dictionary's write lock.
     static void registerDictionary();
 
-    explicit KXItem(DcmItem& item) : item_(item) {}
+    KXItem(DcmItem& item) : item_(item) {}
 
     /// @return whether a key lies in the block, known to dictionary() or not. The private creator element does not: it
     ///         belongs to insertKX(), and a rule that names it writes a plain LO element.

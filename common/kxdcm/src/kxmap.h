@@ -5,8 +5,8 @@
 // Threads: nothing here locks. Parsing appends to `errorlogs`, and "rnd" without a seed advances `gseed`; a server that
 // parses or applies on several threads serialises those calls. Everything else is read-only while mappings are applied.
 //
-// Failures: no function here throws but for exhausted memory (std::bad_alloc) and one documented std::logic_error of
-// "toUpper" and "toLower". Whatever passes, nothing leaks and every object stays usable.
+// Failures: no function here throws but for exhausted memory (std::bad_alloc), and the two that say so: "toUpper" and
+// "toLower", and the tokenizer. Whatever passes, nothing of the module's own leaks and every object stays usable.
 #pragma once
 
 #include "KXCustomFields.h"
@@ -60,7 +60,7 @@ public:
     virtual void makeString();
 
     /// Writes this value into an element.
-    /// @param item holds `target`, and may come to hold another element in its place; not null.
+    /// @param item holds `target`, or has refused it; may come to hold another element in its place. Not null.
     /// @param target not null; may be destroyed by the call.
     virtual void assignTo(DcmItem* item, DcmElement* target) const = 0;
 
@@ -79,7 +79,7 @@ protected:
 class StringValue : public Value {
 public:
     /// @param s bytes to copy; null gives the empty text.
-    explicit StringValue(const char* s);
+    StringValue(const char* s);
 
     /// Puts the text with `DcmElement::putString`, which splits it at "\" as the target's VR has it. A text that the VR
     /// cannot take leaves the element as DCMTK leaves it; nothing is reported.
@@ -91,7 +91,7 @@ class TagValue : public Value {
 public:
     DcmElement* element; ///< not owned; the value must not be asked for its text once the element is gone
 
-    explicit TagValue(DcmElement* source);
+    TagValue(DcmElement* source);
 
     /// Takes a snapshot of `DcmElement::getString`: all values with their "\", or the empty text where the VR has none.
     void makeString() override;
@@ -219,7 +219,7 @@ public:
     /// Steps over one token: a byte, a quoted text, or a balanced bracket group.
     /// @return the position after the token that starts at `p`.
     /// @throws const char* "bracket mismatch" at a ")" outside quotes and brackets.
-    static char* parserStep(char* p);
+    char* parserStep(char* p);
 
     /// Evaluates the tree. @return a reference that the caller owns; null for NULL.
     Value* getValue(MappingSession& session);
@@ -246,7 +246,7 @@ class LVDicomTag : public LVObject {
 public:
     DcmTag tag;
 
-    explicit LVDicomTag(const DcmTag& target);
+    LVDicomTag(const DcmTag& target);
     void assignValue(MappingSession& session, Value* value) override;
 
     /// Writes into `item`, on its own level: replaces, creates or (for null) deletes `tag`. A tag that neither the data
@@ -268,7 +268,7 @@ class LVCustomField : public LVObject {
 public:
     std::string name;
 
-    explicit LVCustomField(const std::string& field);
+    LVCustomField(const std::string& field);
     void assignValue(MappingSession& session, Value* value) override;
 };
 
@@ -277,7 +277,7 @@ class LVTempVar : public LVObject {
 public:
     std::string name;
 
-    explicit LVTempVar(const std::string& variable);
+    LVTempVar(const std::string& variable);
     void assignValue(MappingSession& session, Value* value) override;
 };
 

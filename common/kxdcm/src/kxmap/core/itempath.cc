@@ -5,8 +5,6 @@
 #include <dcmtk/dcmdata/dcsequen.h>
 #include <dcmtk/dcmdata/dcstack.h>
 
-#include <tuple>
-
 namespace {
 
 int takeFront(std::list<int>& path)
@@ -34,11 +32,17 @@ DcmElement* kxmap::findElement(DcmItem& item, const DcmTagKey& key)
     return static_cast<DcmElement*>(stack.top()); // an item holds nothing but elements
 }
 
+bool kxmap::holds(DcmItem& item, const DcmElement* element)
+{
+    const DcmObject* object = item.nextInContainer(nullptr);
+    while (object != nullptr && object != element) object = item.nextInContainer(object);
+    return object != nullptr;
+}
+
 bool kxmap::insertElement(DcmItem& item, std::unique_ptr<DcmElement>& element)
 {
-    if (item.insert(element.get(), OFFalse, OFFalse).bad()) return false;
-    std::ignore = element.release();
-    return true;
+    const auto insert = [&item](DcmElement* given) { return item.insert(given, OFFalse, OFFalse); };
+    return giveTo(item, element, insert).good();
 }
 
 DcmItem* getParentItem(std::list<int>& path, DcmItem* item)

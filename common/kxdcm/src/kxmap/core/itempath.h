@@ -6,12 +6,32 @@
 #include "kxmap.h"
 
 #include <memory>
+#include <tuple>
 
 namespace kxmap {
 
 /// Finds an element among the item's own (`DcmItem::search`, ESM_fromHere, not into sequences).
 /// @return the item's element; null when it has none of that tag.
 DcmElement* findElement(DcmItem& item, const DcmTagKey& key);
+
+/// Says whether an element stands in the item, on its own level. Allocates nothing.
+bool holds(DcmItem& item, const DcmElement* element);
+
+/// Gives an element to an item by `insert`, which returns DCMTK's condition. The element is the item's when it was
+/// taken, else still the caller's. Exhausted memory may end DCMTK's insertion on either side of that: so it is looked
+/// up then.
+template <typename Insert>
+OFCondition giveTo(DcmItem& item, std::unique_ptr<DcmElement>& element, Insert insert)
+{
+    try {
+        const OFCondition result = insert(element.get());
+        if (result.good()) std::ignore = element.release();
+        return result;
+    } catch (...) {
+        if (holds(item, element.get())) std::ignore = element.release();
+        throw;
+    }
+}
 
 /// Inserts an element that the item does not have yet (`DcmItem::insert`, nothing replaced, order not checked).
 /// @param element the item's when it was taken, else still the caller's.

@@ -12,6 +12,7 @@
 
 #include <cstring>
 #include <tuple>
+#include <utility>
 
 namespace {
 
@@ -86,7 +87,7 @@ public:
     char* parseList(Expression& call, char* s, int depth);
 
 private:
-    char* parseCall(Expression& node, char* s, char* end, int depth);
+    char* parseCall(Expression& node, char* s, char* end, kxmap::NodeSpan seen);
     char* addArgument(Expression& call, char* argument, int depth);
     char* checkArguments(const Expression& call, const char* list);
 
@@ -101,20 +102,28 @@ private:
         return message;
     }
 
-    void note(const Expression& node, kxmap::NodeSpan::Kind kind, const char* contentEnd)
+    void note(kxmap::NodeSpan seen, kxmap::NodeSpan::Kind kind, const char* contentEnd)
     {
         if (trace_ == nullptr) return;
-        kxmap::NodeSpan noted = noted_;
-        noted.kind = kind;
-        noted.node = &node;
-        noted.contentEnd = static_cast<std::size_t>(contentEnd - text_);
-        trace_->nodes.push_back(noted);
+        seen.kind = kind;
+        seen.contentEnd = static_cast<std::size_t>(contentEnd - text_);
+        trace_->nodes.push_back(seen);
     }
 
     const char* text_;
     kxmap::ParseTrace* trace_;
-    kxmap::NodeSpan noted_; // what is known of the node at hand before its kind
 };
+
+/// Parses a right-hand side under the root wrapper.
+/// @param failure receives the message when null is returned.
+std::unique_ptr<Expression> parseRoot(const char* line, kxmap::ParseTrace* trace, kxmap::CharArray& failure)
+{
+    auto root = std::make_unique<Expression>();
+    root->func = &f_root;
+    const kxmap::CharArray copy(newdup(line));
+    failure.reset(Parser(copy.get(), trace).parseList(*root, copy.get(), 0));
+    return failure ? nullptr : std::move(root);
+}
 
 char* Parser::parse(Expression& node, char* s, int depth)
 {
@@ -122,31 +131,31 @@ char* Parser::parse(Expression& node, char* s, int depth)
     char* const rawEnd = s + std::strlen(s);
     s = kxmap::trimBlanks(s);
     char* const end = s + std::strlen(s);
-    if (trace_ != nullptr) {
-        noted_.depth = depth;
-        noted_.raw = span(raw, rawEnd);
-        noted_.text = span(s, end);
-    }
+    kxmap::NodeSpan seen;
+    seen.node = &node;
+    seen.depth = depth;
+    seen.raw = span(raw, rawEnd);
+    seen.text = span(s, end);
     if (s == end) {
-        note(node, kxmap::NodeSpan::Kind::Empty, end);
+        note(seen, kxmap::NodeSpan::Kind::Empty, end);
         return nullptr;
     }
-    if (end[-1] == ')') return parseCall(node, s, end, depth); // even where a quote comes first
+    if (end[-1] == ')') return parseCall(node, s, end, seen); // even where a quote comes first
     if (*s != '"') {
-        note(node, kxmap::NodeSpan::Kind::Bare, end);
+        note(seen, kxmap::NodeSpan::Kind::Bare, end);
         node.text = newdup(s);
         return nullptr;
     }
     const char* contentEnd = decodeQuoted(s + 1);
     if (contentEnd == nullptr) return fail(newdup(kxmap::kMismatchedQuotes), s, end);
-    note(node, kxmap::NodeSpan::Kind::Quoted, contentEnd);
+    note(seen, kxmap::NodeSpan::Kind::Quoted, contentEnd);
     node.text = newdup(s + 1);
     return nullptr;
 }
 
-char* Parser::parseCall(Expression& node, char* s, char* end, int depth)
+char* Parser::parseCall(Expression& node, char* s, char* end, kxmap::NodeSpan seen)
 {
-    if (depth >= kxmap::kMaxNesting) return fail(newdup(kxmap::kNestedTooDeeply), s, end);
+    if (seen.depth >= kxmap::kMaxNesting) return fail(newdup(kxmap::kNestedTooDeeply), s, end);
     end[-1] = '\0';
     char* bracket = s;
     while (*bracket != '\0' && *bracket != '(') {
@@ -158,8 +167,8 @@ char* Parser::parseCall(Expression& node, char* s, char* end, int depth)
     *bracket = '\0';
     node.func = kxmap::findFunction(s);
     if (node.func == nullptr) return fail(unknownFunction(s), s, bracket);
-    note(node, kxmap::NodeSpan::Kind::Call, bracket);
-    return parseList(node, bracket + 1, depth + 1);
+    note(seen, kxmap::NodeSpan::Kind::Call, bracket);
+    return parseList(node, bracket + 1, seen.depth + 1);
 }
 
 char* Parser::parseList(Expression& call, char* s, int depth)
@@ -200,10 +209,10 @@ char* Parser::checkArguments(const Expression& call, const char* list)
 {
     const std::size_t count = call.params.size();
     // More arguments than an int counts do not fit a function either.
-    if (count <= 0x7FFFFFFF && call.func->numParamsOK(static_cast<int>(count))) return nullptr;
-    OFLOG_ERROR(logger, call.func->name << kxmap::kDoesNotTake << count << kxmap::kArguments);
-    std::string message = call.func->name;
-    message += kxmap::kDoesNotTake + std::to_string(count) + ' ' + kxmap::kArguments + '\n';
+    if (std::in_range<int>(count) && call.func->numParamsOK(static_cast<int>(count))) return nullptr;
+    const std::string start = call.func->name + (kxmap::kDoesNotTake + std::to_string(count)); // in no locale
+    OFLOG_ERROR(logger, start << kxmap::kArguments);
+    const std::string message = start + ' ' + kxmap::kArguments + '\n';
     const char* nameEnd = list == text_ ? list : list - 1; // the root wrapper has no name in the text
     const char* name = list == text_ ? list : nameEnd - std::strlen(call.func->name);
     return fail(newdup(message.c_str()), name, nameEnd);
@@ -220,12 +229,10 @@ char* Expression::parserStep(char* p)
 
 Expression* Expression::readCfgLine(const char* line)
 {
-    auto root = std::make_unique<Expression>();
-    root->func = &f_root;
-    const kxmap::CharArray copy(newdup(line));
-    const kxmap::CharArray message(root->parseParamList(copy.get()));
-    if (message) {
-        error(std::string(kxmap::kErrorPrefix) + message.get());
+    kxmap::CharArray failure;
+    std::unique_ptr<Expression> root = parseRoot(line, nullptr, failure);
+    if (!root) {
+        error(std::string(kxmap::kErrorPrefix) + failure.get());
         return nullptr;
     }
     OFLOG_DEBUG(logger, *root);
@@ -245,10 +252,8 @@ char* Expression::parseParamList(char* s)
 std::unique_ptr<Expression> kxmap::ParseTrace::parse(const char* line)
 {
     *this = {};
-    auto root = std::make_unique<Expression>();
-    root->func = &f_root;
-    const CharArray copy(newdup(line));
-    const CharArray failure(Parser(copy.get(), this).parseList(*root, copy.get(), 0));
+    CharArray failure;
+    std::unique_ptr<Expression> root = parseRoot(line, this, failure);
     if (failure) message = failure.get();
-    return failure ? nullptr : std::move(root);
+    return root;
 }

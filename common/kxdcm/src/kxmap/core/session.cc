@@ -2,16 +2,6 @@
 // The two variable maps of a session.
 #include "kxmap.h"
 
-namespace {
-
-void setOrClear(std::map<std::string, std::string>& variables, const std::string& name, const char* value)
-{
-    if (value == nullptr) variables.erase(name);
-    else variables.try_emplace(name, value); // deliberate: the first write wins until NULL clears the name
-}
-
-} // namespace
-
 const char* MappingSession::getVariable(const char* name) const
 {
     const bool outlives = name[0] == '@';
@@ -22,6 +12,20 @@ const char* MappingSession::getVariable(const char* name) const
 
 void MappingSession::setVariable(const char* name, const char* value)
 {
-    if (name[0] == '@') setOrClear(atVariables, name + 1, value);
-    setOrClear(variables, name, value); // an "@" name too, "@" included
+    const bool outlives = name[0] == '@'; // written to both maps, to `variables` with its "@"
+    const std::string fullName(name);
+    const std::string bareName(outlives ? name + 1 : "");
+    if (value == nullptr) {
+        variables.erase(fullName);
+        if (outlives) atVariables.erase(bareName);
+        return;
+    }
+    // Made first and moved in without allocating: memory may run out, but not between the two maps.
+    std::map<std::string, std::string> entry;
+    std::map<std::string, std::string> outlivingEntry;
+    entry.emplace(fullName, value);
+    if (outlives) outlivingEntry.emplace(bareName, value);
+    // Deliberate: the first write wins; only NULL clears the name for a later rule. merge() leaves what is there.
+    variables.merge(entry);
+    atVariables.merge(outlivingEntry);
 }

@@ -6,6 +6,7 @@
 #include "kxmap/core/itempath.h"
 
 #include <cstring>
+#include <new>
 #include <tuple>
 
 char* newdup(const char* text)
@@ -38,10 +39,13 @@ std::ostream& operator<<(std::ostream& out, const Quoted& quoted)
 }
 
 /// Puts a copy of `source` in the place of `target`, which is destroyed. Both have the same VR, so the copy can carry
-/// the target's tag as it is. The copy is whole before anything is taken out: the source may lie inside the target.
+/// the target's tag as it is. The copy is whole before anything is taken out: the source may lie inside the target, and
+/// when memory is exhausted the item keeps, or is given back, what it had.
 void replaceByCopy(DcmItem& item, DcmElement& target, DcmElement& source)
 {
     std::unique_ptr<DcmElement> copy(static_cast<DcmElement*>(source.clone()));
+    // DCMTK's copy of a value that found no memory has its length, but no bytes, and nothing was thrown.
+    if (source.valueLoaded() && !copy->valueLoaded()) throw std::bad_alloc();
     // DcmObject has no setter for the element number; the copy is ours and not const.
     const_cast<DcmTag&>(copy->getTag()) = target.getTag();
 
@@ -49,7 +53,7 @@ void replaceByCopy(DcmItem& item, DcmElement& target, DcmElement& source)
     if (!old) return; // not in this item: nothing was taken out, so nothing goes in
     try {
         if (kxmap::insertElement(item, copy)) return;
-    } catch (...) { // memory is exhausted: the item gets back what it had
+    } catch (...) {
         kxmap::insertElement(item, old);
         throw;
     }
@@ -105,7 +109,11 @@ void TagValue::makeString()
 void TagValue::assignTo(DcmItem* item, DcmElement* target) const
 {
     if (element == nullptr) return;
-    OFLOG_DEBUG(logger, "Applying " << Quoted{elementText(*element)});
+    if (logger.isEnabledFor(OFLogger::DEBUG_LOG_LEVEL)) {
+        // Read before the event is begun: DCMTK may log while it reads, and both would share one stream.
+        const Quoted text{elementText(*element)};
+        OFLOG_DEBUG(logger, "Applying " << text);
+    }
     if (element == target) return;
     if (element->getTag().getEVR() == target->getTag().getEVR()) return replaceByCopy(*item, *target, *element);
     std::ignore = target->putString(elementText(*element)); // null clears; refusals leave the element as it is

@@ -7,6 +7,7 @@
 #include "kxmap/functions/messages.h"
 #include "kxmap/functions/operands.h"
 
+#include <cstdio>
 #include <limits>
 
 using kxmap::Channel;

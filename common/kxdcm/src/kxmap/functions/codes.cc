@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdio>
 #include <cstdlib>
 #include <cstring>
 #include <string_view>
@@ -137,7 +138,7 @@ Value* rnd_getValue(MappingSession& session, std::list<Expression*>& params)
     const char* seedText = textOf(seedOperand);
     if (seedText == nullptr) return complain(kxmap::kInvalidRndSeed, kxmap::kNull);
     unsigned int seed = seedOf(seedText);
-    OFLOG_DEBUG(logger, kxmap::kLocalSeed << seed);
+    OFLOG_DEBUG(logger, kxmap::kLocalSeed << std::to_string(seed)); // in no locale
     return new StringValue(std::to_string(rand_r(&seed) % max).c_str());
 }
 

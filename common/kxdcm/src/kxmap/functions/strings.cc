@@ -154,7 +154,8 @@ Value* split_getValue(MappingSession& session, std::list<Expression*>& params)
     if (rest == nullptr || n == 0 || (n > 1 && separator == '\0')) return nullptr;
 
     for (int i = 1; i < n; ++i) {
-        OFLOG_DEBUG(logger, "Looking for '" << separator << " in '" << rest << "(" << i << "/" << n << ")");
+        OFLOG_DEBUG(logger, "Looking for '" << separator << " in '" << rest << "(" << std::to_string(i) << "/"
+                                            << std::to_string(n) << ")"); // numbers in no locale
         const char* next = std::strchr(rest, separator);
         if (next == nullptr) return nullptr;
         rest = next + 1;

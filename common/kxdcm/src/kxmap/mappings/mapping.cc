@@ -9,6 +9,8 @@
 #include <cstring>
 #include <tuple>
 
+static_assert(sizeof(Mapping::name) == kxmap::kMappingNameBytes);
+
 Mapping::Mapping(const char* mappingName)
 {
     const std::size_t length = std::min(std::strlen(mappingName), sizeof name - 1);

@@ -57,8 +57,8 @@ MappingSet::MappingSet(bool outbound, const char* aeTitle, bool globals) : Mappi
         pre = readGlobal(directory, "pre", outbound, path);
         post = readGlobal(directory, "post", outbound, path);
     }
-    // Deliberate: the outbound file, whatever the flag says.
-    if (aeTitle != nullptr) load(directory + aeTitle + ".out.map", aeTitle);
+    // Deliberate: the outbound file, whatever the flag says. A title comes from a peer: it names no file elsewhere.
+    if (aeTitle != nullptr && std::strchr(aeTitle, '/') == nullptr) load(directory + aeTitle + ".out.map", aeTitle);
 }
 
 MappingSet::~MappingSet()

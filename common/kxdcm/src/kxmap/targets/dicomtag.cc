@@ -26,7 +26,8 @@ std::unique_ptr<DcmElement> createElement(const DcmTagKey& key, bool isOurs)
 void insertNew(DcmItem& item, std::unique_ptr<DcmElement>& element, bool isOurs)
 {
     if (!isOurs) kxmap::insertElement(item, element);
-    else if (KXItem(item).insertKX(element.get(), false, false).good()) std::ignore = element.release();
+    else
+        kxmap::giveTo(item, element, [&item](DcmElement* given) { return KXItem(item).insertKX(given, false, false); });
 }
 
 } // namespace

@@ -8,7 +8,8 @@
 #include "kxmap/targets/messages.h"
 
 #include <algorithm>
-#include <iomanip>
+#include <array>
+#include <cstdio>
 #include <string_view>
 
 namespace {
@@ -37,13 +38,20 @@ bool readTag(const std::string& text, unsigned int& group, unsigned int& element
     return kxmap::readHex4(s + 1, group) && kxmap::readHex4(s + 6, element);
 }
 
+/// A number in hexadecimal digits, blanks in front of them up to four; in no locale.
+std::string hex4(unsigned int number)
+{
+    std::array<char, 12> digits;
+    std::snprintf(digits.data(), digits.size(), "%4x", number);
+    return digits.data();
+}
+
 LVObject* parseTag(const std::string& text)
 {
     unsigned int group = 0;
     unsigned int element = 0;
     if (!readTag(text, group, element)) return refuse(kxmap::kInvalidDicomTag, text);
-    OFLOG_DEBUG(logger,
-                "lvalue: (" << std::hex << std::setw(4) << group << "," << std::setw(4) << element << ")" << std::dec);
+    OFLOG_DEBUG(logger, "lvalue: (" << hex4(group) << "," << hex4(element) << ")");
     return new LVDicomTag(DcmTag(static_cast<Uint16>(group), static_cast<Uint16>(element)));
 }
 
