@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// kxmap check: what the library's syntax check says of mapping files.
+// kxmap check: everything that is to be said of mapping files before they are installed.
 #include "tool/commands.h"
 #include "tool/exitcodes.h"
+#include "tool/lintreport.h"
+#include "tool/mappingsfolder.h"
 #include "tool/output.h"
+#include "tool/table.h"
 
 #include "kxmap.h"
 
@@ -11,6 +14,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <filesystem>
 #include <memory>
 #include <string>
@@ -20,7 +24,19 @@
 namespace kxtool {
 namespace {
 
+namespace fs = std::filesystem;
+
 constexpr std::string_view kCouldNotOpen = "Coercion couldn't open file: ";
+constexpr std::size_t kDefaultWidth = 120; // where standard output is no terminal
+
+struct CheckOptions {
+    std::vector<std::string> names;
+    std::vector<std::string> warnings;
+    std::string format = "text";
+    ColorMode color = ColorMode::Auto;
+    bool asksEngine = false;
+    bool listsWarnings = false;
+};
 
 // @return the library's message, "" for a good file.
 std::string checkSyntax(const std::string& file)
@@ -34,15 +50,14 @@ std::string checkSyntax(const std::string& file)
 std::string whyNotOpened(const std::string& file)
 {
     std::error_code failure;
-    const auto status = std::filesystem::status(file, failure);
+    const auto status = fs::status(file, failure);
     if (failure) return failure.message();
-    if (std::filesystem::is_directory(status)) return systemReason(EISDIR);
-    return std::filesystem::is_regular_file(status) ? systemReason(EACCES) : "not a regular file";
+    return fs::is_regular_file(status) ? systemReason(EACCES) : "not a regular file";
 }
 
-int checkFile(const std::string& file)
+int askEngine(const std::string& file)
 {
-    std::string message = checkSyntax(file);
+    const std::string message = checkSyntax(file);
     if (message.empty()) {
         if (verbosity() != Verbosity::Quiet) printLine(fmt::format("{}: ok", file));
         return kAllGood;
@@ -55,18 +70,147 @@ int checkFile(const std::string& file)
     return kShortcoming;
 }
 
+bool isFolder(const std::string& name)
+{
+    std::error_code failure;
+    return fs::is_directory(name, failure);
+}
+
+int askEngineForAll(const std::vector<std::string>& names)
+{
+    int exitCode = kAllGood;
+    for (const std::string& name : names) {
+        std::vector<fs::path> files = {name};
+        if (isFolder(name)) files = mappingFilesOf(findMappingsFolder(name));
+        for (const fs::path& file : files) exitCode = std::max(exitCode, askEngine(file.native()));
+    }
+    return exitCode;
+}
+
+/// Runs a step; what it cannot read is reported and noted.
+template <typename Step>
+void reading(CheckRun& run, Step step)
+{
+    try {
+        step();
+    } catch (const FileError& error) {
+        reportError(error.what());
+        run.unreadable.emplace_back(error.what());
+    }
+}
+
+CheckedFiles checkFolder(const std::string& name, const CheckSwitches& switches, CheckRun& run)
+{
+    CheckedFiles part;
+    reading(run, [&] {
+        const fs::path folder = findMappingsFolder(name);
+        for (const fs::path& file : mappingFilesOf(folder))
+            reading(run, [&] { part.files.push_back(readRuleFile(file)); });
+        part.findings = lintTogether(folder, part.files, switches);
+    });
+    return part;
+}
+
+CheckedFiles checkFile(const std::string& name, const CheckSwitches& switches, CheckRun& run)
+{
+    CheckedFiles part;
+    reading(run, [&] { part.files.push_back(readRuleFile(name)); });
+    part.findings = lintAlone(part.files, switches);
+    return part;
+}
+
+void printGoodFiles(const CheckRun& run)
+{
+    for (const CheckedFiles& part : run.parts) {
+        for (const RuleFile& file : part.files) {
+            if (std::ranges::find(part.findings, &file, &Finding::file) == part.findings.end())
+                printLine(fmt::format("{}: ok", file.path.native()));
+        }
+    }
+}
+
+void printRun(const CheckRun& run, const CheckOptions& options)
+{
+    if (options.format == "json") {
+        printLine(findingsAsJson(run));
+    } else if (options.format == "sarif") {
+        printLine(findingsAsSarif(run));
+    } else {
+        const std::size_t width = outputWidth();
+        printFindings(run, usesColor(options.color), width == 0 ? kDefaultWidth : width);
+        if (verbosity() != Verbosity::Quiet) printGoodFiles(run);
+    }
+}
+
+int listWarnings()
+{
+    for (const CheckInfo& info : kChecks) {
+        const char* kind = info.severity == Severity::Error ? "error" : info.isDefault ? "warning" : "off";
+        printLine(fmt::format("{:<22}{:<9}{}", info.name, kind, info.sees));
+    }
+    return kAllGood;
+}
+
+CheckSwitches switchesOf(const std::vector<std::string>& warnings, CheckRun& run)
+{
+    CheckSwitches switches;
+    for (const std::string& warning : warnings) {
+        if (warning == "error") run.warningsAreErrors = true;
+        else if (warning == "no-error") run.warningsAreErrors = false;
+        else if (!switches.set(warning))
+            throw CLI::ValidationError("-W" + warning, "no such warning; \"kxmap check --list-warnings\" lists them");
+    }
+    return switches;
+}
+
+int check(CheckOptions options)
+{
+    if (options.listsWarnings) return listWarnings();
+    CheckRun run;
+    const CheckSwitches switches = switchesOf(options.warnings, run);
+    if (options.names.empty()) {
+        if (std::getenv("DICOM_VAR") == nullptr)
+            throw CLI::RequiredError("FILE or DIR, or the environment variable DICOM_VAR,");
+        options.names.push_back(findMappingsFolder("").native());
+    }
+    if (options.asksEngine) return askEngineForAll(options.names);
+
+    for (const std::string& name : options.names)
+        run.parts.push_back(isFolder(name) ? checkFolder(name, switches, run) : checkFile(name, switches, run));
+    printRun(run, options);
+    if (!run.unreadable.empty()) return kUnusable;
+    return run.countOf(Severity::Error) + run.countOf(Severity::Warning) == 0 ? kAllGood : kShortcoming;
+}
+
 } // namespace
 
 void addCheck(CLI::App& app, int& exitCode)
 {
-    CLI::App* command = app.add_subcommand("check", "Check the syntax of mapping files, up to the first bad line");
-    const auto files = std::make_shared<std::vector<std::string>>();
-    command->add_option("FILE", *files, "Mapping files")->required();
+    CLI::App* command = app.add_subcommand(
+        "check", "Check mapping files: the lines that the engine drops, and rules that hardly mean what they say");
+    const auto options = std::make_shared<CheckOptions>();
+    command->add_option(
+        "FILE", options->names,
+        "Mapping files; folders of them, which are looked at as a server has them (default: \"mappings\" "
+        "below DICOM_VAR)");
+    command
+        ->add_option("-W", options->warnings,
+                     "-WNAME and -Wno-NAME switch a warning on and off, -Wall and -Wno-all every one of them; -Werror "
+                     "makes errors of them")
+        ->type_name("NAME")
+        ->expected(1)
+        ->allow_extra_args(false)
+        ->take_all();
+    command->add_option("--format", options->format, "How findings are written: text, json or sarif")
+        ->type_name("FORMAT")
+        ->check(CLI::IsMember({"text", "json", "sarif"}).description(""));
+    addColorOption(*command, options->color);
+    command->add_flag("--engine", options->asksEngine,
+                      "Say what the engine's own syntax check says: the first bad line of each file");
+    command->add_flag("--list-warnings", options->listsWarnings, "List everything that is looked for");
     command->footer("Findings go to standard output; good files are named with --verbose only.\n"
-                    "Exit codes: 0 all files good, 1 a file has a fault, 2 a file could not be read, or usage error.");
-    command->callback([=, &exitCode] {
-        for (const std::string& file : *files) exitCode = std::max(exitCode, checkFile(file));
-    });
+                    "Exit codes: 0 nothing found, 1 errors or warnings, 2 a file could not be read, or usage error.");
+    command->callback([=, &exitCode] { exitCode = check(*options); });
 }
 
 } // namespace kxtool

@@ -12,6 +12,6 @@ namespace kxtool {
 /// @param app the whole command line. @param exitCode set when the command has run; outlives `app`.
 using CommandAdder = void(CLI::App& app, int& exitCode);
 
-CommandAdder addApply, addCheck;
+CommandAdder addApply, addCheck, addTry, addEval, addShell, addFunctions, addList, addConformance;
 
 } // namespace kxtool

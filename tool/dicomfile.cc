@@ -9,24 +9,36 @@
 #include "tool/replacement.h"
 
 #include <dcmtk/dcmdata/dcdeftag.h>
+#include <dcmtk/dcmdata/dcistrmb.h>
 #include <dcmtk/dcmdata/dcmetinf.h>
-#include <dcmtk/dcmdata/dcostrmf.h>
+#include <dcmtk/dcmdata/dcostrma.h>
 #include <dcmtk/dcmdata/dcuid.h>
 #include <dcmtk/dcmdata/dcwcache.h>
 
+#include <algorithm>
 #include <array>
 #include <cerrno>
 #include <cstring>
+#include <fcntl.h>
 #include <fmt/format.h>
 #include <memory>
+#include <string_view>
+#include <sys/stat.h>
 #include <tuple>
+#include <unistd.h>
 
 namespace kxtool {
 namespace {
 
-/// Values above this many bytes stay in the file until they are asked for. Below it, opening the file once more would
-/// cost more than the memory does.
+/// Files up to this many bytes are read at once, which costs a few system calls where DCMTK's streams need dozens.
+constexpr std::size_t kWholeBytes = 256 * 1024;
+
+/// Of larger files, values above this many bytes stay in the file until they are asked for. Below it, opening the file
+/// once more would cost more than the memory does.
 constexpr Uint32 kOnDemandBytes = 64 * 1024;
+
+/// What is written goes to the system in pieces of this many bytes.
+constexpr std::size_t kWriteBytes = 64 * 1024;
 
 constexpr std::size_t kPreambleBytes = 128;
 constexpr Uint16 kFirstDataGroup = 0x0008; // lower groups belong to messages, file meta information and directories
@@ -56,19 +68,97 @@ std::string uidOf(DcmItem& item, const DcmTagKey& tag)
     return std::string(uid.c_str(), uid.length());
 }
 
+/// The beginning of a file; all of it when it is small.
+class Head {
+public:
+    explicit Head(const std::filesystem::path& file)
+    {
+        const int descriptor = open(file.c_str(), O_RDONLY | O_CLOEXEC);
+        if (descriptor < 0) throw FileError(file, systemReason(errno));
+        const int reason = fill(descriptor);
+        close(descriptor);
+        if (reason != 0) throw FileError(file, systemReason(reason));
+    }
+
+    std::string_view bytes() const { return {buffer().get(), count_}; }
+    bool isWhole() const { return isWhole_; }
+
+private:
+    // One for all files, so that its memory is asked of the system once.
+    static std::unique_ptr<char[]>& buffer()
+    {
+        static std::unique_ptr<char[]> bytes = std::make_unique_for_overwrite<char[]>(kWholeBytes);
+        return bytes;
+    }
+
+    int fill(int descriptor)
+    {
+        struct stat status = {};
+        if (fstat(descriptor, &status) != 0) return errno;
+        isWhole_ = S_ISREG(status.st_mode) && status.st_size <= static_cast<off_t>(kWholeBytes);
+        const std::size_t wanted = isWhole_ ? static_cast<std::size_t>(status.st_size) : kPreambleBytes + 4;
+        while (count_ < wanted) {
+            const ssize_t count = read(descriptor, buffer().get() + count_, wanted - count_);
+            if (count < 0 && errno == EINTR) continue;
+            if (count < 0) return errno;
+            if (count == 0) break;
+            count_ += static_cast<std::size_t>(count);
+        }
+        return 0;
+    }
+
+    std::size_t count_ = 0;
+    bool isWhole_ = false;
+};
+
 // Says whether the file has file meta information, after its preamble or without one. DCMTK makes one up where there is
 // none, so it cannot be asked.
-bool hasMetaInformation(const std::filesystem::path& file)
+bool hasMetaInformation(std::string_view head)
 {
-    std::array<char, kPreambleBytes + 4> head = {};
-    const std::unique_ptr<std::FILE, int (*)(std::FILE*)> stream(std::fopen(file.c_str(), "rb"), &std::fclose);
-    if (!stream) throw FileError(file, systemReason(errno));
-    const std::size_t count = std::fread(head.data(), 1, head.size(), stream.get());
-    if (std::ferror(stream.get()) != 0) throw FileError(file, systemReason(errno));
-    if (count == 0) throw FileError(file, "not a DICOM file: it is empty");
-    if (count == head.size() && std::memcmp(head.data() + kPreambleBytes, "DICM", 4) == 0) return true;
-    return std::memcmp(head.data(), "\x02\x00\x00\x00", 4) == 0 || std::memcmp(head.data(), "DICM", 4) == 0;
+    if (head.size() >= kPreambleBytes + 4 && head.substr(kPreambleBytes, 4) == "DICM") return true;
+    return head.starts_with(std::string_view("\x02\x00\x00\x00", 4)) || head.starts_with("DICM");
 }
+
+/// Collects DCMTK's small writes into large ones.
+class ReplacementConsumer : public DcmConsumer {
+public:
+    explicit ReplacementConsumer(Replacement& replacement) : replacement_(replacement) {}
+
+    OFBool good() const override { return reason == 0; }
+    OFCondition status() const override { return reason == 0 ? EC_Normal : EC_InvalidStream; }
+    OFBool isFlushed() const override { return used_ == 0; }
+    offile_off_t avail() const override { return static_cast<offile_off_t>(kWriteBytes); } // any amount is taken
+    offile_off_t write(const void* bytes, offile_off_t count) override
+    {
+        const auto size = static_cast<std::size_t>(count);
+        if (size > buffer_.size() - used_) flush();
+        if (reason != 0) return 0;
+        if (size > buffer_.size()) {
+            reason = replacement_.write(bytes, size);
+        } else {
+            std::memcpy(buffer_.data() + used_, bytes, size);
+            used_ += size;
+        }
+        return reason == 0 ? count : 0;
+    }
+    void flush() override
+    {
+        if (reason == 0 && used_ > 0) reason = replacement_.write(buffer_.data(), used_);
+        used_ = 0;
+    }
+
+    int reason = 0; ///< the system's, for what could not be written
+
+private:
+    Replacement& replacement_;
+    std::array<char, kWriteBytes> buffer_;
+    std::size_t used_ = 0;
+};
+
+class ReplacementStream : public DcmOutputStream {
+public:
+    explicit ReplacementStream(ReplacementConsumer& consumer) : DcmOutputStream(&consumer) {}
+};
 
 // DCMTK also reads bytes that merely look like elements; a bare dataset has to begin with one that the standard knows.
 bool beginsLikeADataset(DcmDataset& dataset)
@@ -81,10 +171,9 @@ bool beginsLikeADataset(DcmDataset& dataset)
 
 } // namespace
 
-DicomFile::DicomFile(const std::filesystem::path& file)
-    : file_(file), framing_(hasMetaInformation(file) ? Framing::FileFormat : Framing::BareDataset)
+DicomFile::DicomFile(const std::filesystem::path& file) : file_(file)
 {
-    const OFCondition loaded = format_.loadFile(file.c_str(), EXS_Unknown, EGL_noChange, kOnDemandBytes);
+    const OFCondition loaded = load();
     const bool isBare = framing_ == Framing::BareDataset;
     if (isBare && (loaded.bad() || !beginsLikeADataset(dataset())))
         throw FileError(file, loaded.bad() ? fmt::format("not a DICOM file ({})", loaded.text()) : "not a DICOM file");
@@ -97,13 +186,37 @@ DicomFile::DicomFile(const std::filesystem::path& file)
     lengthEncoding_ = lengthEncodingOf(dataset());
 }
 
-void DicomFile::save(const std::filesystem::path& target)
+OFCondition DicomFile::load()
+{
+    const Head head(file_);
+    const std::string_view bytes = head.bytes();
+    if (bytes.empty()) throw FileError(file_, "not a DICOM file: it is empty");
+    framing_ = hasMetaInformation(bytes) ? Framing::FileFormat : Framing::BareDataset;
+    if (!head.isWhole()) return format_.loadFile(file_.c_str(), EXS_Unknown, EGL_noChange, kOnDemandBytes);
+    DcmInputBufferStream stream;
+    stream.setBuffer(bytes.data(), static_cast<offile_off_t>(bytes.size()));
+    stream.setEos();
+    format_.transferInit();
+    const OFCondition loaded = format_.read(stream, EXS_Unknown, EGL_noChange, DCM_MaxReadLength);
+    format_.transferEnd();
+    // Bytes in memory have one fault: they end too early. DCMTK words that differently for them than for files.
+    return loaded == EC_InvalidStream ? EC_StreamNotifyClient : loaded;
+}
+
+void DicomFile::writeTo(Replacement& replacement)
 {
     dropForeignGroups();
     if (framing_ == Framing::FileFormat) updateMetaInformation();
-    Replacement replacement(target);
-    write(replacement.openStream(), target);
-    replacement.commit();
+    ReplacementConsumer consumer(replacement);
+    ReplacementStream stream(consumer);
+    format_.transferInit();
+    const OFCondition result = writeTo(stream);
+    format_.transferEnd();
+    stream.flush();
+    consumer.flush(); // a deflating stream flushes itself alone
+    if (consumer.reason != 0) throw FileError(replacement.target(), systemReason(consumer.reason));
+    if (result.bad()) throw FileError(replacement.target(), result.text());
+    if (!stream.isFlushed()) throw FileError(replacement.target(), "not written to its end");
 }
 
 void DicomFile::updateMetaInformation()
@@ -147,20 +260,6 @@ OFCondition DicomFile::writeTo(DcmOutputStream& output)
         return format_.write(output, syntax, lengthEncoding_, &cache, EGL_recalcGL, EPD_noChange, 0, 0, 0,
                              EWM_dontUpdateMeta);
     return dataset().write(output, syntax, lengthEncoding_, &cache, EGL_recalcGL, EPD_noChange);
-}
-
-void DicomFile::write(std::FILE* stream, const std::filesystem::path& target)
-{
-    DcmOutputFileStream output(stream); // closes the stream
-    format_.transferInit();
-    OFCondition result = writeTo(output);
-    format_.transferEnd();
-    output.flush();
-    // Of a full disk DCMTK only says that the stream takes no more; one byte more brings the system's reason back.
-    if (result.bad() && std::ferror(stream) != 0) std::ignore = std::fputc('\0', stream);
-    if (std::fflush(stream) != 0) throw FileError(target, systemReason(errno));
-    if (result.good()) result = output.status();
-    if (result.bad()) throw FileError(target, result.text());
 }
 
 } // namespace kxtool

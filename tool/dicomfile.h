@@ -5,15 +5,16 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcfilefo.h>
 
-#include <cstdio>
 #include <filesystem>
 #include <string>
 
 namespace kxtool {
 
-/// A file in memory, but for its large values: those stay on disk until someone asks for them, and are copied through
-/// when the file is saved. The file must therefore stay as it is while this object lives; saving to the same path is
-/// fine. A file without the file meta information (a bare dataset) is kept as one.
+class Replacement;
+
+/// A file in memory, but for the large values of large files: those stay on disk until someone asks for them, and are
+/// copied through when the file is saved. The file must therefore stay as it is while this object lives. A file without
+/// the file meta information (a bare dataset) is kept as one.
 class DicomFile {
 public:
     /// @throws FileError for what cannot be read, is no DICOM file, is cut short, or is a DICOMDIR.
@@ -24,22 +25,23 @@ public:
     /// @return the dataset, this object's.
     DcmDataset& dataset() { return *format_.getDataset(); }
 
-    /// Writes the file in its own transfer syntax to `target`, whole or not at all. Its file meta information is kept,
-    /// but for the SOP Class and SOP Instance UID of a dataset in which those were changed.
-    /// @throws FileError, and `target` is as it was.
-    void save(const std::filesystem::path& target);
+    /// Writes the file in its own transfer syntax. Its file meta information is kept, but for the SOP Class and SOP
+    /// Instance UID of a dataset in which those were changed.
+    /// @param replacement of a file, which may be the one that was read; the caller's to commit.
+    /// @throws FileError for what is not written; the replacement is then of no use.
+    void writeTo(Replacement& replacement);
 
 private:
     enum class Framing { FileFormat, BareDataset };
 
+    OFCondition load();
     void updateMetaInformation();
     void dropForeignGroups();
     OFCondition writeTo(DcmOutputStream& output);
-    void write(std::FILE* stream, const std::filesystem::path& target);
 
     std::filesystem::path file_;
     DcmFileFormat format_;
-    Framing framing_;
+    Framing framing_ = Framing::FileFormat;
     E_EncodingType lengthEncoding_ = EET_ExplicitLength;
     std::string sopClassUid_;    // as read
     std::string sopInstanceUid_; // as read

@@ -8,19 +8,14 @@
 #include <algorithm>
 #include <cerrno>
 #include <fmt/format.h>
+#include <fstream>
+#include <iostream>
+#include <iterator>
 
 namespace kxtool {
 namespace {
 
 namespace fs = std::filesystem;
-
-// The one name of a file, whichever way it was reached. What does not exist yet is taken as it is written.
-std::string canonicalName(const fs::path& path)
-{
-    std::error_code failure;
-    const fs::path canonical = fs::weakly_canonical(path, failure);
-    return failure ? path.native() : canonical.native();
-}
 
 std::vector<fs::directory_entry> sortedEntries(const fs::path& folder)
 {
@@ -33,10 +28,20 @@ std::vector<fs::directory_entry> sortedEntries(const fs::path& folder)
     return entries;
 }
 
+// "../a/./b" and "/a/b" are "a/b" below another folder.
+fs::path below(const fs::path& path)
+{
+    fs::path kept;
+    for (const fs::path& part : path.lexically_normal().relative_path()) {
+        if (part != ".." && part != ".") kept /= part;
+    }
+    return kept;
+}
+
 class Walk {
 public:
-    Walk(fs::path except, const std::function<void(const FileError&)>& onFailure)
-        : except_(std::move(except)), onFailure_(onFailure)
+    Walk(fs::path except, bool keepsPaths, const std::function<void(const FileError&)>& onFailure)
+        : except_(std::move(except)), keepsPaths_(keepsPaths), onFailure_(onFailure)
     {
     }
 
@@ -45,9 +50,9 @@ public:
         std::error_code failure;
         const fs::file_status status = fs::status(name, failure);
         if (fs::is_directory(status)) {
-            addFolder(name, {});
+            addFolder(name, keepsPaths_ ? below(name) : fs::path());
         } else if (fs::is_regular_file(status)) {
-            found.push_back({name, name.filename()});
+            found.push_back({name, keepsPaths_ ? below(name) : name.filename(), fs::is_symlink(name, failure)});
         } else {
             onFailure_(FileError(name, failure              ? failure.message()
                                        : fs::exists(status) ? "neither a file nor a folder"
@@ -78,13 +83,14 @@ private:
             if (except_.empty() || !fs::equivalent(entry.path(), except_, failure))
                 addFolder(entry.path(), relative / name);
         } else if (fs::is_regular_file(status)) {
-            found.push_back({entry.path(), relative / name});
+            found.push_back({entry.path(), relative / name, entry.is_symlink(failure)});
         } else {
             reportNote(fmt::format("{}: passed over, a link to a folder or no file", entry.path().native()));
         }
     }
 
     fs::path except_;
+    bool keepsPaths_;
     const std::function<void(const FileError&)>& onFailure_;
 };
 
@@ -98,40 +104,103 @@ bool endsInSlash(const fs::path& path)
 std::vector<Input> collectInputs(const std::vector<std::string>& names, const std::filesystem::path& except,
                                  const std::function<void(const FileError&)>& onFailure)
 {
-    Walk walk(except, onFailure);
+    Walk walk(except, false, onFailure);
     for (const std::string& name : names) walk.addNamed(name);
     return std::move(walk.found);
 }
 
-OutputPlan::OutputPlan(const std::filesystem::path& output, const std::vector<std::string>& names,
-                       const std::vector<Input>& inputs)
-    : output_(output)
+std::vector<Input> collectListed(const std::vector<std::string>& names, const std::filesystem::path& except,
+                                 const std::function<void(const FileError&)>& onFailure)
 {
-    std::error_code failure;
-    const bool needsFolder = names.size() > 1 || (!names.empty() && fs::is_directory(names.front(), failure));
-    isFolder_ = needsFolder || endsInSlash(output) || fs::is_directory(output, failure);
-    if (isFolder_ && fs::exists(output, failure) && !fs::is_directory(output, failure))
-        throw FileError(output, "not a folder, which several results need");
-    for (const Input& input : inputs) owners_.emplace(canonicalName(input.file), Owner{input.file.native(), false});
+    Walk walk(except, true, onFailure);
+    for (const std::string& name : names) walk.addNamed(name);
+    return std::move(walk.found);
 }
 
-std::optional<std::filesystem::path> OutputPlan::placeOf(const Input& input)
+std::vector<std::string> readNames(const std::string& file)
 {
-    const fs::path place = isFolder_ ? output_ / input.relative : output_;
-    const std::string source = canonicalName(input.file);
-    const auto [owner, isNew] = owners_.emplace(canonicalName(place), Owner{input.file.native(), true});
-    if (!isNew) {
-        const bool isSame = canonicalName(owner->second.input) == source;
-        if (isSame && owner->second.hasWritten) return std::nullopt;
-        if (!isSame && owner->second.hasWritten)
-            throw FileError(input.file, fmt::format("its result would overwrite that of {}", owner->second.input));
-        if (!isSame) throw FileError(input.file, fmt::format("its result would overwrite {}", owner->second.input));
-        owner->second.hasWritten = true;
+    std::ifstream stream;
+    if (file != "-") {
+        errno = 0;
+        stream.open(file, std::ios::binary);
+        if (!stream) throw FileError(file, systemReason(errno));
     }
+    std::istream& source = file == "-" ? std::cin : stream;
+    const std::string content{std::istreambuf_iterator<char>(source), {}};
+    if (source.bad()) throw FileError(file, systemReason(errno));
+    const char end = content.find('\0') == std::string::npos ? '\n' : '\0';
+    std::vector<std::string> names;
+    for (std::size_t begin = 0; begin < content.size();) {
+        const std::size_t stop = std::min(content.find(end, begin), content.size());
+        if (stop > begin) names.push_back(content.substr(begin, stop - begin));
+        begin = stop + 1;
+    }
+    return names;
+}
+
+OutputPlan::OutputPlan(const std::filesystem::path& output, bool needsFolder, const std::vector<Input>& inputs)
+    : output_(output), inputs_(inputs)
+{
     std::error_code failure;
-    if (isFolder_) fs::create_directories(place.parent_path(), failure);
-    if (failure) throw FileError(place.parent_path(), failure.message());
+    isFolder_ = !output.empty() && (needsFolder || endsInSlash(output) || fs::is_directory(output, failure));
+    if (isFolder_ && fs::exists(output, failure) && !fs::is_directory(output, failure))
+        throw FileError(output, "not a folder, which several results need");
+    canonical_.reserve(inputs.size());
+    for (std::size_t index = 0; index < inputs.size(); ++index) {
+        canonical_.push_back(canonicalName(inputs[index].file, inputs[index].isLink));
+        owners_.emplace(canonical_.back(), Owner{index, false});
+    }
+}
+
+std::optional<std::filesystem::path> OutputPlan::placeOf(std::size_t index)
+{
+    const Input& input = inputs_[index];
+    const fs::path place = output_.empty() ? input.file : isFolder_ ? output_ / input.relative : output_;
+    std::error_code failure;
+    const std::string name = output_.empty() ? canonical_[index] : canonicalName(place, fs::is_symlink(place, failure));
+    const auto [found, isNew] = owners_.emplace(name, Owner{index, true});
+    if (isNew) return place;
+    Owner& owner = found->second;
+    const bool isSame = canonical_[owner.input] == canonical_[index];
+    if (isSame && owner.hasWritten) return std::nullopt;
+    if (!isSame)
+        throw FileError(input.file, fmt::format("its result would overwrite {}{}", owner.hasWritten ? "that of " : "",
+                                                inputs_[owner.input].file.native()));
+    owner.hasWritten = true;
     return place;
+}
+
+std::vector<std::filesystem::path> OutputPlan::makeFolders(const std::filesystem::path& place)
+{
+    const fs::path folder = place.parent_path();
+    if (!isFolder_ || folder == lastMade_) return {};
+    std::error_code failure;
+    std::vector<fs::path> made;
+    for (fs::path above = folder; !above.empty() && !fs::exists(above, failure); above = above.parent_path())
+        made.insert(made.begin(), above);
+    fs::create_directories(folder, failure);
+    if (failure) throw FileError(folder, failure.message());
+    lastMade_ = folder;
+    return made;
+}
+
+// The one name of a file, whichever way it was reached. What does not exist yet is taken as it is written.
+std::string OutputPlan::canonicalName(const std::filesystem::path& path, bool isLink)
+{
+    std::error_code failure;
+    const fs::path name = path.filename();
+    if (isLink || name.empty() || name == "." || name == "..") {
+        const fs::path canonical = fs::weakly_canonical(path, failure);
+        return failure ? path.native() : canonical.native();
+    }
+    fs::path parent = path.parent_path();
+    if (parent.empty()) parent = ".";
+    const auto [known, isNew] = folders_.emplace(parent.native(), std::string());
+    if (isNew) {
+        const fs::path canonical = fs::weakly_canonical(parent, failure);
+        known->second = failure ? parent.native() : canonical.native();
+    }
+    return (fs::path(known->second) / name).native();
 }
 
 } // namespace kxtool

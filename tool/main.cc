@@ -16,7 +16,8 @@ namespace {
 
 using namespace kxtool;
 
-constexpr CommandAdder* kCommands[] = {addApply, addCheck};
+constexpr CommandAdder* kCommands[] = {addApply, addCheck,     addTry,  addEval,
+                                       addShell, addFunctions, addList, addConformance};
 
 // A full disk must not pass for success because it was met at the last byte.
 int finishOutput(int exitCode)

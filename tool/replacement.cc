@@ -3,13 +3,11 @@
 #include "tool/replacement.h"
 
 #include "tool/output.h"
+#include "tool/signals.h"
 
+#include <algorithm>
 #include <array>
-#include <atomic>
 #include <cerrno>
-#include <climits>
-#include <csignal>
-#include <cstring>
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/stat.h>
@@ -19,15 +17,17 @@
 namespace kxtool {
 namespace {
 
-constexpr std::array kEndingSignals = {SIGINT, SIGTERM, SIGHUP};
 constexpr unsigned kNameAttempts = 1000;
+constexpr std::size_t kFewFolders = 2; // synchronising more, one by one, takes longer than their file system
 
-// The path that the signal handler removes; "" for none. Changed only while the signals are held back.
-std::array<char, PATH_MAX> pendingPath;
+// The files that the signal handler removes; null for none. Changed only while the signals are held back.
+std::array<const char*, kMaxReplacements> pendingPaths;
 
 extern "C" void removePendingAndEnd(int signalNumber)
 {
-    if (pendingPath[0] != '\0') unlink(pendingPath.data());
+    for (const char* path : pendingPaths) {
+        if (path != nullptr) unlink(path);
+    }
     std::ignore = raise(signalNumber); // the handler was reset on entry, so this ends the process as the signal does
 }
 
@@ -36,97 +36,105 @@ void installHandlersOnce()
     static const bool isInstalled = [] {
         struct sigaction action = {};
         action.sa_handler = removePendingAndEnd;
+        action.sa_mask = heededSignals(); // a second one waits until the files are gone
         action.sa_flags = static_cast<int>(SA_RESETHAND | static_cast<unsigned>(SA_NODEFER));
         for (const int signalNumber : kEndingSignals) {
-            struct sigaction before = {};
-            sigaction(signalNumber, nullptr, &before);
-            if (before.sa_handler != SIG_IGN) sigaction(signalNumber, &action, nullptr); // "nohup" stays in force
+            if (sigismember(&action.sa_mask, signalNumber) == 1) sigaction(signalNumber, &action, nullptr);
         }
         return true;
     }();
     std::ignore = isInstalled;
 }
 
-// Holds the ending signals back, so that a temporary file and its place in `pendingPath` change together.
-class SignalsHeld {
-public:
-    SignalsHeld()
-    {
-        sigset_t held;
-        sigemptyset(&held);
-        for (const int signalNumber : kEndingSignals) sigaddset(&held, signalNumber);
-        sigprocmask(SIG_BLOCK, &held, &before_);
-    }
-    ~SignalsHeld() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
-    SignalsHeld(const SignalsHeld&) = delete;
-    SignalsHeld& operator=(const SignalsHeld&) = delete;
-
-private:
-    sigset_t before_;
-};
-
 } // namespace
 
 Replacement::Replacement(const std::filesystem::path& target) : target_(target)
 {
-    std::error_code failure;
-    if (std::filesystem::is_symlink(target, failure)) {
+    struct stat status = {};
+    bool isThere = lstat(target_.c_str(), &status) == 0;
+    if (isThere && S_ISLNK(status.st_mode)) {
+        std::error_code failure;
         target_ = std::filesystem::canonical(target, failure);
         if (failure) throw FileError(target, failure.message());
+        isThere = stat(target_.c_str(), &status) == 0;
     }
-    struct stat status = {};
-    if (stat(target_.c_str(), &status) == 0) {
+    if (isThere) {
         // A rename would put a plain file in the place of a device or a pipe, and of a file that is write-protected.
         if (!S_ISREG(status.st_mode)) throw FileError(target, "not a regular file");
         if (access(target_.c_str(), W_OK) != 0) throw FileError(target, systemReason(errno));
     }
     installHandlersOnce();
     createTemporary();
-    adoptAttributes();
+    if (isThere) adoptAttributes(static_cast<int>(status.st_mode), status.st_uid, status.st_gid);
 }
 
 Replacement::~Replacement()
 {
     if (descriptor_ >= 0) close(descriptor_);
+    if (temporary_.empty()) return;
     const SignalsHeld held;
-    if (!temporary_.empty()) unlink(temporary_.c_str());
-    pendingPath[0] = '\0';
+    unlink(temporary_.c_str());
+    pendingPaths[slot_] = nullptr;
 }
 
 void Replacement::createTemporary()
 {
     static unsigned number = 0;
     const SignalsHeld held;
+    const auto slot = std::ranges::find(pendingPaths, nullptr);
+    if (slot == pendingPaths.end()) throw FileError(target_, "too many files under way"); // a fault in the caller
     for (unsigned attempt = 0; attempt < kNameAttempts; ++attempt) {
-        const std::filesystem::path candidate =
-            target_.parent_path() / fmt::format("{}{}-{}", kTemporaryPrefix, getpid(), number++);
-        descriptor_ = open(candidate.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        temporary_ = target_.parent_path() / fmt::format("{}{}-{}", kTemporaryPrefix, getpid(), number++);
+        descriptor_ = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
         if (descriptor_ < 0 && errno == EEXIST) continue; // left by a killed run, or another machine's
         if (descriptor_ < 0) break;
-        temporary_ = candidate;
-        std::memcpy(pendingPath.data(), candidate.c_str(), candidate.native().size() + 1); // open() bounds its length
+        *slot = temporary_.c_str();
+        slot_ = static_cast<std::size_t>(slot - pendingPaths.begin());
         return;
     }
+    temporary_.clear();
     throw FileError(target_, systemReason(errno));
 }
 
-void Replacement::adoptAttributes()
+void Replacement::adoptAttributes(int mode, unsigned owner, unsigned group)
 {
-    struct stat status = {};
-    if (stat(target_.c_str(), &status) != 0) return;                 // a new file, as the process's umask has it
-    std::ignore = fchown(descriptor_, status.st_uid, status.st_gid); // only root may; others own what they write
-    std::ignore = fchmod(descriptor_, status.st_mode & 07777);       // last: fchown clears bits
+    std::ignore = fchown(descriptor_, owner, group);                      // only root may; others own what they write
+    std::ignore = fchmod(descriptor_, static_cast<mode_t>(mode) & 07777); // last: fchown clears bits
 }
 
-std::FILE* Replacement::openStream()
+int Replacement::write(const void* bytes, std::size_t count)
 {
-    const int copy = fcntl(descriptor_, F_DUPFD_CLOEXEC, 0);
-    if (copy < 0) throw FileError(target_, systemReason(errno));
-    std::FILE* stream = fdopen(copy, "wb");
-    if (stream != nullptr) return stream;
-    const int reason = errno;
-    close(copy);
-    throw FileError(target_, systemReason(reason));
+    const char* next = static_cast<const char*>(bytes);
+    while (count > 0) {
+        const ssize_t written = ::write(descriptor_, next, count);
+        if (written < 0 && errno == EINTR) continue;
+        if (written < 0) return errno;
+        next += written;
+        size_ += static_cast<std::uintmax_t>(written);
+        count -= static_cast<std::size_t>(written);
+    }
+    return 0;
+}
+
+void Replacement::beginSync()
+{
+    std::ignore = sync_file_range(descriptor_, 0, 0, SYNC_FILE_RANGE_WRITE); // only a hint; sync() is what counts
+}
+
+void Replacement::sync()
+{
+    if (fdatasync(descriptor_) != 0) throw FileError(target_, systemReason(errno));
+}
+
+bool Replacement::syncFileSystem()
+{
+    return syncfs(descriptor_) == 0;
+}
+
+dev_t Replacement::device() const
+{
+    struct stat status = {};
+    return fstat(descriptor_, &status) == 0 ? status.st_dev : 0;
 }
 
 void Replacement::commit()
@@ -136,8 +144,29 @@ void Replacement::commit()
     if (close(descriptor) != 0) throw FileError(target_, systemReason(errno)); // some file systems only tell here
     const SignalsHeld held;
     if (rename(temporary_.c_str(), target_.c_str()) != 0) throw FileError(target_, systemReason(errno));
+    pendingPaths[slot_] = nullptr;
     temporary_.clear();
-    pendingPath[0] = '\0';
+}
+
+std::filesystem::path Replacement::folder() const
+{
+    const std::filesystem::path parent = target_.parent_path();
+    return parent.empty() ? "." : parent;
+}
+
+void syncFolders(const std::set<std::filesystem::path>& folders)
+{
+    std::set<dev_t> synced; // whole file systems
+    for (const std::filesystem::path& folder : folders) {
+        const int descriptor = open(folder.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC);
+        struct stat status = {};
+        bool isSynced = descriptor >= 0 && fstat(descriptor, &status) == 0;
+        if (isSynced && folders.size() <= kFewFolders) isSynced = fsync(descriptor) == 0;
+        else if (isSynced && synced.insert(status.st_dev).second) isSynced = syncfs(descriptor) == 0;
+        const int reason = errno;
+        if (descriptor >= 0) close(descriptor);
+        if (!isSynced) throw FileError(folder, systemReason(reason));
+    }
 }
 
 } // namespace kxtool

@@ -3,8 +3,12 @@
 // whole new one.
 #pragma once
 
-#include <cstdio>
+#include <sys/types.h>
+
+#include <cstddef>
+#include <cstdint>
 #include <filesystem>
+#include <set>
 #include <string_view>
 
 namespace kxtool {
@@ -12,9 +16,12 @@ namespace kxtool {
 /// How the names of temporary files begin; a walk through folders passes over what a killed run has left of them.
 constexpr std::string_view kTemporaryPrefix = ".kxmap-";
 
+/// How many replacements may be under way at once in a process.
+constexpr std::size_t kMaxReplacements = 64;
+
 /// The content to be of one file, written to a temporary file beside it. It takes the target's place by commit(); until
 /// then, and for good when commit() is never called, the target is as it was. The temporary file goes with this object
-/// and when SIGINT, SIGTERM or SIGHUP ends the process. One at a time in a process.
+/// and when SIGINT, SIGTERM or SIGHUP ends the process.
 class Replacement {
 public:
     /// Creates the temporary file. An existing target lends its permissions and, where the system allows it, its owner;
@@ -25,20 +32,49 @@ public:
     Replacement(const Replacement&) = delete;
     Replacement& operator=(const Replacement&) = delete;
 
-    /// @return a new stream that writes to the temporary file; the caller's to close. @throws FileError
-    std::FILE* openStream();
+    /// Adds to the content.
+    /// @return 0, or the system's error number; the content is then of no use.
+    int write(const void* bytes, std::size_t count);
 
-    /// Puts the temporary file in the target's place. The streams have been closed before.
+    /// @return how many bytes were written.
+    std::uintmax_t size() const { return size_; }
+
+    /// Has the system begin to bring the content to the disk, and does not wait.
+    void beginSync();
+
+    /// Waits until the content is on the disk. @throws FileError
+    void sync();
+
+    /// Waits until all that was written to the content's file system is on the disk, by whomever. For many replacements
+    /// this is faster by far: the disk empties its cache once, not once for each.
+    /// @return whether it is; if not, sync() knows more.
+    bool syncFileSystem();
+
+    /// @return the file system of the content.
+    dev_t device() const;
+
+    /// Puts the temporary file in the target's place.
     /// @throws FileError, and the target is as it was.
     void commit();
 
+    /// @return the file that is replaced, links resolved.
+    const std::filesystem::path& target() const { return target_; }
+
+    /// @return the folder of the target, links resolved: to be synchronised after commit(), for the name to last.
+    std::filesystem::path folder() const;
+
 private:
     void createTemporary();
-    void adoptAttributes();
+    void adoptAttributes(int mode, unsigned owner, unsigned group);
 
     std::filesystem::path target_;    // links resolved
     std::filesystem::path temporary_; // empty once it is gone
+    std::size_t slot_ = 0;            // among those that the signal handler knows
+    std::uintmax_t size_ = 0;
     int descriptor_ = -1;
 };
+
+/// Waits until the names in folders are on the disk. @throws FileError
+void syncFolders(const std::set<std::filesystem::path>& folders);
 
 } // namespace kxtool

@@ -4,7 +4,6 @@
 
 #include "tool/output.h"
 
-#include <array>
 #include <cerrno>
 #include <cstdlib>
 #include <fmt/format.h>
@@ -19,7 +18,6 @@ namespace fs = std::filesystem;
 
 constexpr const char* kRootVariable = "DICOM_VAR";
 constexpr const char* kFolderName = "mappings";
-constexpr int kLineBufferBytes = 2040; // the mapping readers', so that a line falls into the same pieces
 
 using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
 
@@ -89,23 +87,6 @@ std::vector<fs::path> filesOf(const fs::path& folder, const RuleChoice& choice)
     return present;
 }
 
-std::string firstLineOf(const std::string& text)
-{
-    return text.substr(0, text.find('\n'));
-}
-
-// The library's own lines would repeat what is reported here.
-class ModuleSilenced {
-public:
-    ModuleSilenced() : level_(logger.getLogLevel()) { logger.setLogLevel(OFLogger::OFF_LOG_LEVEL); }
-    ~ModuleSilenced() { logger.setLogLevel(level_); }
-    ModuleSilenced(const ModuleSilenced&) = delete;
-    ModuleSilenced& operator=(const ModuleSilenced&) = delete;
-
-private:
-    dcmtk::log4cplus::LogLevel level_;
-};
-
 } // namespace
 
 Rules::Rules(const RuleChoice& choice) : aeTitle_(choice.aeTitle)
@@ -145,26 +126,6 @@ void Rules::apply(MappingSession& session) const
     std::ignore = set_->applyGlobal(GlobalPre, session);
     std::ignore = set_->apply(aeTitle_.c_str(), session);
     std::ignore = set_->applyGlobal(GlobalPost, session);
-}
-
-DroppedLines findDroppedLines(const std::filesystem::path& file)
-{
-    const ModuleSilenced silenced;
-    const Stream stream = openMapping(file);
-    std::array<char, kLineBufferBytes> piece;
-    DroppedLines dropped;
-    unsigned line = 1;
-    while (std::fgets(piece.data(), kLineBufferBytes, stream.get()) != nullptr) {
-        errorlogs.clear();
-        Assignment assignment;
-        if (!assignment.readCfgLine(piece.data()) && !errorlogs.empty() && dropped.count++ == 0) {
-            dropped.firstLine = line;
-            dropped.firstMessage = firstLineOf(errorlogs);
-        }
-        if (std::string_view(piece.data()).ends_with('\n')) ++line;
-    }
-    errorlogs.clear();
-    return dropped;
 }
 
 } // namespace kxtool

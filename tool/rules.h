@@ -42,15 +42,4 @@ private:
     std::vector<std::filesystem::path> files_;
 };
 
-/// What the reader of mapping files drops of one file with a message.
-struct DroppedLines {
-    unsigned count = 0;
-    unsigned firstLine = 0;   ///< counted from 1; the pieces of an overlong line count once
-    std::string firstMessage; ///< one line
-};
-
-/// Reads a mapping file as the mapping set does and notes what of it is lost. Lines without "=" are none: the format
-/// has them as comments. Empties `errorlogs`.
-DroppedLines findDroppedLines(const std::filesystem::path& file);
-
 } // namespace kxtool

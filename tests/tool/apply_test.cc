@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// kxmap apply on real files: where results go, what of a file is kept, and what happens when something fails.
+// kxmap apply on real files: where results go, what of a file is kept, what is told, and what happens when something
+// fails or ends.
 #ifdef KXDCM_TOOL
 
 #include "support/fixture.h"
@@ -181,6 +182,167 @@ TEST_F(ToolApply, droppedRulesAreReported)
                              "Invalid Dicom Tag:(0010,0020) \n");
     EXPECT_EQ(run("apply --aet NEW --mappings rules -o out.dcm ct.dcm").errors,
               "kxmap: warning: no mapping file applies to AE title NEW\n");
+}
+
+TEST_F(ToolApply, messagesOfRulesAreToldWithTheFile)
+{
+    dir.write("talk.map", "(0010,0010)=add(\"x\",1)\n(0010,0020)=mul(\"y\",2)\n");
+    EXPECT_EQ(run("apply --single talk.map -o out.dcm ct.dcm").errors,
+              "kxmap: warning: ct.dcm: Coercion: Invalid parameter at function add: x\n"
+              "kxmap: warning: ct.dcm: Coercion: Invalid parameter at function mul: y\n");
+}
+
+TEST_F(ToolApply, severalWorkersTellTheSameAsOne)
+{
+    dir.write("user.map", "(0010,0010)=add((0010,0020),1)\nUSER(id)=(0010,0020)\n");
+    for (int i = 0; i < 40; ++i)
+        copy(i % 3 == 0 ? "MR_truncated.dcm" : "MR_small.dcm", "in/" + std::to_string(i) + "/x");
+    const ToolRun one = run("apply --single user.map --print-user -o one in ct.dcm");
+    const ToolRun many = run("apply --single user.map --print-user -j 4 --fsync -o many in ct.dcm");
+    EXPECT_EQ(many.exitCode, 1);
+    EXPECT_EQ(many.output, one.output);
+    EXPECT_EQ(many.errors, one.errors);
+    EXPECT_EQ(std::system(("diff -r " + (dir.path() / "one").native() + " " + (dir.path() / "many").native()).c_str()),
+              0);
+}
+
+TEST_F(ToolApply, listsKeepTheirPaths)
+{
+    copy("MR_small.dcm", "in/a b/x.dcm");
+    copy("MR_small.dcm", "in/c/x.dcm");
+    const std::string list = "apply --single name.map --from-file - --progress ";
+    const ToolRun byNul = run(list + "-o out", R"(printf './in/a b/x.dcm\0in/c/../c/x.dcm\0in/c/x.dcm\0' |)");
+    EXPECT_EQ(byNul.exitCode, 0) << byNul.errors;
+    EXPECT_TRUE(byNul.errors.starts_with("kxmap: 2 of 2 files in 1 s, ")) << byNul.errors;
+    EXPECT_EQ(value("out/in/a b/x.dcm", DCM_PatientName), "changed");
+    EXPECT_EQ(value("out/in/c/x.dcm", DCM_PatientName), "changed");
+    EXPECT_EQ(run(list + "--in-place", R"(printf 'in/a b/x.dcm\nct.dcm' |)").exitCode, 0);
+    EXPECT_EQ(value("in/a b/x.dcm", DCM_PatientName), "changed");
+    EXPECT_EQ(value("ct.dcm", DCM_PatientName), "changed");
+    EXPECT_NE(value("in/c/x.dcm", DCM_PatientName), "changed");
+    for (const char* wrong :
+         {"apply --single name.map ct.dcm", "apply --single name.map -o x --in-place ct.dcm",
+          "apply --single name.map --in-place", "apply --single name.map --reason X --in-place ct.dcm"})
+        EXPECT_EQ(run(wrong).exitCode, 2) << wrong;
+}
+
+TEST_F(ToolApply, dryRunAndReportSayWhatChanges)
+{
+    dir.write("more.map", "(0010,0010)=\"M\xfcller\"\n(0008,0080)=NULL()\n(0010,1001)=add(1,\"x\")\nUSER(u)=\"1\"\n");
+    const std::string before = contentOf(dir.path() / "ct.dcm");
+    const ToolRun dry = run("apply --single more.map --dry-run --in-place ct.dcm");
+    EXPECT_EQ(dry.output, "ct.dcm: - (0008,0080) LO [JFK IMAGING CENTER] -> absent more.map:2\n"
+                          "ct.dcm: ~ (0010,0010) PN [CompressedSamples^CT1] -> [M\xc3\xbcller] more.map:1\n"
+                          "ct.dcm: + USER(u) absent -> [1] more.map:4\n");
+    EXPECT_EQ(dry.errors, "kxmap: warning: ct.dcm: Coercion: Invalid parameter at function add: x (more.map:3)\n");
+    EXPECT_TRUE(contentOf(dir.path() / "ct.dcm") == before);
+    EXPECT_EQ(run("apply --single more.map --report r.jsonl -o out/ ct.dcm more.map").exitCode, 1);
+    const std::string report = contentOf(dir.path() / "r.jsonl");
+    EXPECT_EQ(std::ranges::count(report, '\n'), 2);
+    for (
+        const char* part :
+        {R"json({"input":"ct.dcm","output":"out/ct.dcm","status":"done","ms":)json",
+         R"json({"target":"(0010,0010)","vr":"PN","before":"CompressedSamples^CT1","after":"Müller","rules":["more.map:1"]})json",
+         R"json("messages":[{"rule":"more.map:3","text":"Coercion: Invalid parameter at function add: x"}])json",
+         R"json({"input":"more.map","output":"out/more.map","status":"failed","error":"more.map: not a DICOM file)json"})
+        EXPECT_NE(report.find(part), std::string::npos) << part << "\n" << report;
+}
+
+// Each run adds an item with what was there before: values, what was added or did not conform without one, private
+// elements with their creator, and a sequence whole.
+TEST_F(ToolApply, originalAttributesAreKept)
+{
+    dir.write("first.map",
+              "(0010,0010)=\"New\"\n(0008,0080)=NULL()\n(0010,1001)=\"Added\"\n(0009,1001)=\"P\"\n"
+              "(0075,1001)=\"Q\"\nSEQ(0010,1002,0,0010,0020)=\"R\"\n(0008,0060)=\"CT\"\n(0008,1090)=\"Y\"\n");
+    dir.write("second.map", "(0010,0010)=\"Newer\"\n");
+    DcmFileFormat format;
+    ASSERT_TRUE(format.loadFile((dir.path() / "ct.dcm").c_str()).good());
+    const std::string tooLong(65, 'x');
+    format.getDataset()->putAndInsertString(DCM_ManufacturerModelName, tooLong.c_str());
+    ASSERT_TRUE(format.saveFile((dir.path() / "ct.dcm").c_str(), EXS_LittleEndianExplicit).good());
+    const std::string originals = "apply --in-place --original-attributes ";
+    EXPECT_EQ(run(originals + "--single first.map ct.dcm --source JFK --system Gate --reason CORRECT").exitCode, 0);
+    EXPECT_EQ(run(originals + "--single second.map ct.dcm").exitCode, 0);
+    EXPECT_EQ(run(originals + "--single none.map ct.dcm").exitCode, 0);
+
+    ASSERT_TRUE(format.loadFile((dir.path() / "ct.dcm").c_str()).good());
+    DcmDataset& dataset = *format.getDataset();
+    DcmItem* item = nullptr;
+    DcmItem* before = nullptr;
+    EXPECT_TRUE(dataset.findAndGetSequenceItem(DCM_OriginalAttributesSequence, item, 2).bad()); // nothing changed
+    ASSERT_TRUE(dataset.findAndGetSequenceItem(DCM_OriginalAttributesSequence, item, 1).good());
+    ASSERT_TRUE(item->findAndGetSequenceItem(DCM_ModifiedAttributesSequence, before).good());
+    EXPECT_EQ(textOf(*before, DCM_PatientName), "New");
+    EXPECT_EQ(textOf(*before, DCM_InstanceCoercionDateTime).size(), 19U);
+    ASSERT_TRUE(dataset.findAndGetSequenceItem(DCM_OriginalAttributesSequence, item, 0).good());
+    EXPECT_EQ(textOf(*item, DCM_SourceOfPreviousValues), "JFK");
+    EXPECT_EQ(textOf(*item, DCM_ModifyingSystem), "Gate");
+    EXPECT_EQ(textOf(*item, DCM_ReasonForTheAttributeModification), "CORRECT");
+    ASSERT_TRUE(item->findAndGetSequenceItem(DCM_ModifiedAttributesSequence, before).good());
+    EXPECT_EQ(textOf(*before, DCM_PatientName), "CompressedSamples^CT1");
+    EXPECT_EQ(textOf(*before, DCM_InstitutionName), "JFK IMAGING CENTER");
+    EXPECT_EQ(textOf(*before, DcmTagKey(0x0009, 0x0010)), "GEMS_IDEN_01");
+    EXPECT_EQ(textOf(*before, DcmTagKey(0x0009, 0x1001)), "GE_GENESIS_FF");
+    EXPECT_EQ(textOf(*before, DcmTagKey(0x0075, 0x0010)), "KXDCM COERCION 1.0");
+    for (const DcmTagKey& key : {DCM_OtherPatientNames, DcmTagKey(0x0075, 0x1001), DCM_ManufacturerModelName})
+        EXPECT_TRUE(before->tagExists(key) && !before->tagExistsWithValue(key)) << key.toString();
+    EXPECT_FALSE(before->tagExists(DCM_Modality)) << "written, and the same as before";
+    ASSERT_TRUE(before->findAndGetSequenceItem(DCM_OtherPatientIDsSequence, item, 1).good())
+        << "not the whole sequence";
+    ASSERT_TRUE(before->findAndGetSequenceItem(DCM_OtherPatientIDsSequence, item, 0).good());
+    EXPECT_EQ(textOf(*item, DCM_PatientID), "ABCD1234");
+}
+
+namespace {
+
+// Shell words that run in the background what stands before them, and go on when a file has become another one.
+std::string whenChanged(const std::string& file)
+{
+    return " & p=$!; while cmp -s ct.dcm " + file + "; do :; done; ";
+}
+
+} // namespace
+
+// Whatever ends a run, every file is the old or the new one, and only SIGKILL of all processes leaves temporary files.
+TEST_F(ToolApply, interruptedRunsLeaveWholeFiles)
+{
+    const std::string before = contentOf(dir.path() / "ct.dcm");
+    ASSERT_EQ(run("apply --single name.map -o new.dcm ct.dcm").exitCode, 0);
+    const std::string after = contentOf(dir.path() / "new.dcm");
+    for (const char* signal : {"TERM", "KILL"}) {
+        for (int i = 0; i < 200; ++i)
+            fs::copy_file(dir.path() / "ct.dcm", dir.path() / ("c" + std::to_string(i)),
+                          fs::copy_options::overwrite_existing);
+        const ToolRun ended = runTool(dir.path(),
+                                      "apply --single name.map --in-place -j 2 --fsync c*" + whenChanged("c0") +
+                                          "kill -" + signal + " $p; wait $p; sleep 0.1)",
+                                      "(");
+        for (int i = 0; i < 200; ++i) {
+            const std::string content = contentOf(dir.path() / ("c" + std::to_string(i)));
+            EXPECT_TRUE(content == before || content == after) << signal << i;
+        }
+        for (const auto& entry : fs::directory_iterator(dir.path()))
+            EXPECT_FALSE(entry.path().filename().native().starts_with(".kxmap-")) << signal;
+        if (*signal == 'T' && ended.errors.empty()) continue; // it was done before
+        EXPECT_EQ(ended.errors.find("kxmap: interrupted: ") == 0, *signal == 'T') << ended.errors;
+    }
+}
+
+TEST_F(ToolApply, deadWorkerCostsItsFilesAlone)
+{
+    for (int i = 0; i < 400; ++i) copy("CT_small.dcm", "in/" + std::to_string(i));
+    const ToolRun result = runTool(dir.path(),
+                                   "apply --single name.map --in-place --fsync in" + whenChanged("in/0") +
+                                       "kill -9 $(cat /proc/$p/task/$p/children); wait $p)",
+                                   "(");
+    EXPECT_EQ(result.exitCode, 1);
+    const auto lost = static_cast<std::size_t>(std::ranges::count(result.errors, '\n'));
+    EXPECT_NE(result.errors.find(" died: Killed (signal 9)"), std::string::npos) << result.errors;
+    EXPECT_LE(lost, 64U) << "more than a batch";
+    std::size_t changed = 0;
+    for (int i = 0; i < 400; ++i) changed += value("in/" + std::to_string(i), DCM_PatientName) == "changed" ? 1U : 0U;
+    EXPECT_GE(changed, 400 - lost);
 }
 
 #endif

@@ -5,14 +5,64 @@
 #include "support/fixture.h"
 #include "tool/run.h"
 
+#include "kxmap.h"
+
+#include <map>
+#include <random>
+#include <regex>
+#include <set>
+#include <sstream>
+
 using namespace kxtest;
 
-TEST(ToolCheck, reportsFindingsAndUnreadableFiles)
+namespace {
+
+constexpr const char* kBad = R"(bad.map:2:12: error: blank before "=": the line is dropped [blank-before-equals]
+    2 | (0010,0020) = "y"
+      |            ^
+      = note: remove the blank: (0010,0020)=
+
+1 error in 1 file
+)";
+
+/// @return "line:name" of every finding, in the order of the output.
+std::vector<std::string> namesIn(const std::string& output)
+{
+    static const std::regex place(R"((?:^|\n)[^\n]*?:(\d+):\d+: [^\n]*\[([a-z0-9-]+)\](?=\n))");
+    std::vector<std::string> names;
+    for (std::sregex_iterator it(output.begin(), output.end(), place), end; it != end; ++it)
+        names.push_back((*it)[1].str() + ':' + (*it)[2].str());
+    return names;
+}
+
+/// @return for each row of the manual's tables its name and the codes of its example.
+std::map<std::string, std::vector<std::string>> manualRows()
+{
+    std::map<std::string, std::vector<std::string>> rows;
+    std::istringstream manual(contentOf(KXDCM_SOURCE_DIR "/docs/warnings.md"));
+    static const std::regex row(R"(\| `([a-z0-9-]+)` \| (.*) \| (.*) \| .* \|)");
+    static const std::regex code("`([^`]+)`");
+    std::string line;
+    while (std::getline(manual, line)) {
+        std::smatch cells;
+        if (!line.starts_with("| `") || !std::regex_match(line, cells, row)) continue;
+        const std::string example = cells[3];
+        std::vector<std::string>& codes = rows[cells[1]];
+        for (std::sregex_iterator it(example.begin(), example.end(), code), end; it != end; ++it)
+            codes.push_back((*it)[1]);
+    }
+    return rows;
+}
+
+} // namespace
+
+TEST(ToolCheck, exitCodesAndChannels)
 {
     const TempDir dir;
-    dir.write("good.map", "# (0010,0010) = is a comment here\n(0010,0010)=\"x\"\n");
+    dir.write("good.map", "# a comment\n(0010,0010)=\"x\"\n");
     dir.write("bad.map", "(0010,0010)=\"x\"\n(0010,0020) = \"y\"\n");
-    const std::string finding =
+    dir.write("null.map", "(0010,0010)=NULL\n");
+    const std::string engine =
         "bad.map: Syntax error in line: (0010,0020) = \"y\" [ Invalid Dicom Tag:(0010,0020) \n ]\n";
     struct Case {
         const char* arguments;
@@ -23,9 +73,12 @@ TEST(ToolCheck, reportsFindingsAndUnreadableFiles)
     const Case cases[] = {
         {"check good.map", 0, "", ""},
         {"-v check good.map", 0, "good.map: ok\n", ""},
-        {"check bad.map good.map", 1, finding, ""},
-        {"check nope.map bad.map", 2, finding, "kxmap: nope.map: No such file or directory\n"},
-        {"check .", 2, "", "kxmap: .: Is a directory\n"},
+        {"check bad.map", 1, kBad, ""},
+        {"check -Wno-all bad.map", 1, kBad, ""}, // errors stay
+        {"check -Wno-bare-function null.map", 0, "", ""},
+        {"check nope.map good.map", 2, "", "kxmap: nope.map: No such file or directory\n"},
+        {"check --engine bad.map good.map", 1, engine, ""},
+        {"check --engine nope.map", 2, "", "kxmap: nope.map: No such file or directory\n"},
     };
     for (const Case& c : cases) {
         const ToolRun run = runTool(dir.path(), c.arguments);
@@ -33,6 +86,162 @@ TEST(ToolCheck, reportsFindingsAndUnreadableFiles)
         EXPECT_EQ(run.output, c.output) << c.arguments;
         EXPECT_EQ(run.errors, c.errors) << c.arguments;
     }
+    EXPECT_EQ(runTool(dir.path(), "check -Wnonsense good.map").exitCode, 2);
+    EXPECT_EQ(runTool(dir.path(), "check").exitCode, 2);
+    EXPECT_NE(runTool(dir.path(), "check -Werror null.map").output.find(": error: "), std::string::npos);
+}
+
+TEST(ToolCheck, manualListsEveryCheckAndItsExamplesShowIt)
+{
+    const auto rows = manualRows();
+    const TempDir dir;
+    std::set<std::string> listed;
+    std::istringstream list(runTool(dir.path(), "check --list-warnings").output);
+    std::string line;
+    while (std::getline(list, line)) listed.insert(line.substr(0, line.find(' ')));
+    std::set<std::string> documented;
+    std::string files;
+    for (const auto& [name, codes] : rows) {
+        documented.insert(name);
+        std::string text;
+        for (const std::string& code : codes) text += code + '\n';
+        if (codes.empty()) continue;
+        dir.write(name + ".map", text);
+        files += ' ' + name + ".map";
+    }
+    EXPECT_EQ(documented, listed);
+    const std::string output = runTool(dir.path(), "check" + files).output;
+    for (const auto& [name, codes] : rows) {
+        if (codes.empty()) continue;
+        const std::regex found("(^|\n)" + name + R"(\.map[^\n]*\[)" + name + R"(\]\n)");
+        EXPECT_TRUE(std::regex_search(output, found)) << name << ": " << codes.front();
+    }
+}
+
+// What the engine keeps is no error, and what it drops is one, comments and blank lines aside.
+TEST(ToolCheck, agreesWithTheEngine)
+{
+    const std::string bases[] = {R"((0010,0010)=toUpper((0010,0010)))",
+                                 R"(SEQ(0010,1002,0,0010,0021)=concat("a",(0010,0020)))",
+                                 R"($(@a1)=if(equals((0008,0050),"x"),NULL(),$(b)))",
+                                 R"(USER(name)=(0008,0070),"_",1)",
+                                 R"((0008,0008)="A\\B\"C")",
+                                 R"((0010,0010)=)"};
+    constexpr std::string_view kInserted = "()\",=#\\ $@aF0\x80\r";
+    std::mt19937 random(20261124);
+    std::string file;
+    std::set<std::string> expected;
+    const LogCapture silence;
+    Assignment assignment;
+    for (unsigned number = 1; number <= 3000; ++number) {
+        std::string line = bases[random() % std::size(bases)];
+        for (unsigned edits = random() % 4; edits > 0; --edits) {
+            const std::size_t at = random() % (line.size() + 1);
+            if (random() % 2 == 0) line.insert(at, 1, kInserted[random() % kInserted.size()]);
+            else line.erase(at, 1);
+        }
+        file += line + '\n';
+        const std::string_view unblanked =
+            std::string_view(line).substr(std::min(line.find_first_not_of(" \r"), line.size()));
+        const bool isRule = assignment.readCfgLine((line + '\n').c_str());
+        if (!isRule && !unblanked.empty() && !unblanked.starts_with('#')) expected.insert(std::to_string(number));
+    }
+    const TempDir dir;
+    dir.write("some.map", file);
+    std::set<std::string> reported;
+    for (const std::string& name : namesIn(runTool(dir.path(), "check -Wno-all some.map").output))
+        reported.insert(name.substr(0, name.find(':')));
+    EXPECT_EQ(reported, expected);
+}
+
+TEST(ToolCheck, linesAndPlaces)
+{
+    struct Case {
+        std::string content;
+        std::vector<std::string> names;
+    };
+    const std::string longText(2100, 'x');
+    const Case cases[] = {
+        {"(0010,0010)=if((0010,0020)=\"x\",\"a\",\"b\")", {"1:infix-operator"}},
+        {"(0010,0010)=(0010,0020) + (0010,0030)", {"1:bracket-mismatch"}},
+        {"(0010,0010)=x)\n\n(0010,0020)=+(\"a\",\"b\")", {"1:bracket-mismatch", "3:unknown-function"}},
+        {"(0010,4000)=\"" + longText + "\"", {"1:unclosed-quote", "1:long-line", "1:missing-equals"}},
+        {"#" + std::string(2038, '-') + "(0010,0010)=\"x\"", {"1:long-line"}},
+        {"\xEF\xBB\xBF(0010,0010)=\"x\"", {"1:bad-target"}},
+        // The first write wins; one that shows that it may come to NULL invites the second.
+        {"$(a)=if((0010,0010),\"x\",NULL())\n$(a)=\"y\"\n$(a)=\"z\"\n(0010,0020)=$(a)", {"3:second-write"}},
+        {"$(a)=\"x\"\n$(a)=NULL()\n$(a)=\"y\"\n(0010,0020)=$(a)", {}},
+        {"(0010,0020)=$(@other)", {}}, // set elsewhere, for all we know
+        // Values: each by itself, characters for SH, the reachable branches alone.
+        {"(0008,0008)=\"DERIVED\\\\secondary\"", {"1:value-form"}},
+        {"(0008,1010)=\"\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC\"", {"1:non-ascii"}},
+        {"(0008,0060)=translate((0008,0060),(0008,0060),\"ct\",\"Mr\")", {"1:value-form"}},
+        {"(0008,0060)=not((0010,0010))", {"1:value-form"}},
+        {"(0010,0030)=\"20240229\"\n(0010,0030)=\"20230229\"", {"2:value-form"}},
+        {"(0020,0013)=\"2147483647\"\n(0020,0013)=\"2147483648\"", {"2:value-form"}},
+        {"(0010,0010)=\"" + std::string(64, 'A') + '=' + std::string(65, 'B') + "\"", {"1:value-too-long"}},
+        {"(0011,1001)=NULL()\n(0075,1001)=\"x\"\n(0075,1099)=\"x\"", {"3:unknown-tag"}},
+    };
+    for (const Case& c : cases) {
+        const TempDir dir;
+        dir.write("a.map", c.content);
+        const ToolRun run = runTool(dir.path(), "check a.map");
+        EXPECT_EQ(namesIn(run.output), c.names) << c.content << '\n' << run.output;
+    }
+}
+
+TEST(ToolCheck, aFolderIsASet)
+{
+    const TempDir dir;
+    const auto write = [&](const std::string& name, const std::string& text) { dir.write("mappings/" + name, text); };
+    write("global/pre.map", "$(@a)=(0010,0010)\n$(p)=\"x\"\n(0010,0020)=$(p)\n");
+    write("A.map", "(0010,0020)=$(@a)\n(0010,0021)=$(p)\n$(@a)=\"y\"\n");
+    write("B.out.map", "(0010,0020)=$(@late)\n");
+    write("global/post.map", "$(@late)=\"x\"\n(0010,0020)=$(@a)\n");
+    write("global/other.map", "(0010,0020)=\"x\"\n");
+    write("C.MAP", "(0010,0020)=\"x\"\n");
+    write("A_TITLE_OF_17_BYT.map", "(0010,0020)=\"x\"\n");
+    const std::string output = runTool(dir.path(), "check", "export DICOM_VAR=.;").output;
+    const std::vector<std::string> expected = {"2:unset-variable", "3:second-write", "1:unset-variable"};
+    EXPECT_EQ(namesIn(output), expected) << output;
+    for (const char* text :
+         {"C.MAP: warning", "global/other.map: warning", "A_TITLE_OF_17_BYT.map: warning", "write $(@p) in both"})
+        EXPECT_NE(output.find(text), std::string::npos) << text << '\n' << output;
+    EXPECT_EQ(runTool(dir.path(), "check '" KXDCM_EXAMPLES_DIR "/mappings'").output, "");
+}
+
+TEST(ToolCheck, showsAWindowAndAligns)
+{
+    const TempDir dir;
+    dir.write("a.map", "\t(0010,0010)=\"x\"\n(0010,0010)=concat(\"\xC3\xBC\",,a)\n(0010,4000)=concat(\"" +
+                           std::string(300, 'x') + "\",,b)\n");
+    const std::string output =
+        runTool(dir.path(), "check -Wno-non-ascii -Wno-value-too-long a.map", "export COLUMNS=60;").output;
+    EXPECT_NE(output.find("    1 |     (0010,0010)=\"x\"\n      | ^~~~\n"), std::string::npos) << output;
+    EXPECT_NE(output.find("    2 | (0010,0010)=concat(\"\xC3\xBC\",,a)\n      |                        ^\n"),
+              std::string::npos)
+        << output;
+    EXPECT_NE(output.find("    3 | ..."), std::string::npos) << output;
+    std::istringstream lines(output);
+    std::string line;
+    while (std::getline(lines, line)) {
+        EXPECT_TRUE(line.find(" | ") == std::string::npos || line.size() <= 61) << line; // one letter has two bytes
+    }
+}
+
+TEST(ToolCheck, formatsForPrograms)
+{
+    const TempDir dir;
+    dir.write("a b.map", "(0010,0010)=concat(\"\xC3\xBC\",,a)\n(0010,0020)=\"\xFF\"\n");
+    const ToolRun json = runTool(dir.path(), "check --format=json 'a b.map' nope.map");
+    EXPECT_EQ(json.exitCode, 2);
+    for (const char* text : {R"("version": 1)", R"("rules": 2)", R"("name": "swallowed-comma")", R"("column": 25)",
+                             R"("endColumn": 26)", "\"unreadable\": [\n    \"nope.map: No such file"})
+        EXPECT_NE(json.output.find(text), std::string::npos) << text << '\n' << json.output;
+    const std::string sarif = runTool(dir.path(), "check --format=sarif 'a b.map'").output;
+    for (const char* text : {R"("version": "2.1.0")", R"("id": "swallowed-comma")", R"("startColumn": 24)",
+                             R"("uri": "a%20b.map")", R"("columnKind": "unicodeCodePoints")"})
+        EXPECT_NE(sarif.find(text), std::string::npos) << text << '\n' << sarif;
 }
 
 TEST(ToolCommandLine, usage)

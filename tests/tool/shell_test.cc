@@ -1,0 +1,138 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// kxmap eval and kxmap shell, the shell without a terminal.
+#ifdef KXDCM_TOOL
+
+#include "support/fixture.h"
+#include "tool/run.h"
+
+#include <gmock/gmock.h>
+
+using namespace kxtest;
+using testing::HasSubstr;
+namespace fs = std::filesystem;
+
+namespace {
+
+const std::string kTestFiles = KXDCM_PYDICOM_DATA "/test_files/";
+
+class ToolShell : public testing::Test {
+protected:
+    void SetUp() override { fs::copy_file(kTestFiles + "CT_small.dcm", dir.path() / "ct.dcm"); }
+
+    ToolRun shell(const std::string& lines, const std::string& arguments = "ct.dcm") const
+    {
+        const TempDir input;
+        return runTool(dir.path(), "shell " + arguments + " <'" + input.write("lines", lines) + "'");
+    }
+
+    const TempDir dir;
+};
+
+} // namespace
+
+TEST_F(ToolShell, evalPrintsAValueOrSaysNull)
+{
+    struct Case {
+        const char* arguments;
+        int exitCode;
+        const char* output;
+        const char* errors;
+    };
+    constexpr Case kCases[] = {
+        {"'toUpper((0010,0010))' ct.dcm", 0, "COMPRESSEDSAMPLES^CT1\n", ""},
+        {"'(0010,0010)'", 1, "", "kxmap: NULL\n"},
+        {"'\"\"'", 0, "\n", ""},
+        {"'\"a\tb\"' --raw", 0, "a\tb\n", ""},
+        {"'\"a\tb\"'", 0, "a\\x09b\n", ""},
+        {"'(0028,0010)' ct.dcm", 0, "128\n", ""},
+        {"'add(\"x\",1)'", 1, "", "kxmap: Coercion: Invalid parameter at function add: x\nkxmap: NULL\n"},
+        {"'concat(\"ü\",foo(1))'", 2, "", "kxmap: Unknown function:foo\n  concat(\"ü\",foo(1))\n             ^^^\n"},
+        {"'1' nope.dcm", 2, "", "kxmap: nope.dcm: No such file or directory\n"},
+    };
+    for (const Case& c : kCases) {
+        const ToolRun run = runTool(dir.path(), std::string("eval ") + c.arguments);
+        EXPECT_EQ(run.exitCode, c.exitCode) << c.arguments;
+        EXPECT_EQ(run.output, c.output) << c.arguments;
+        EXPECT_EQ(run.errors, c.errors) << c.arguments;
+    }
+}
+
+TEST_F(ToolShell, rulesComeAndGo)
+{
+    const ToolRun run =
+        shell("# a note\n(0010,0010)=\"A\"\n$(x)=\"1\"\n$(x)=\"2\"\nconcat((0010,0010),$(x))\n(0010,0020)=NULL()\n"
+              ":undo\n:undo\n:undo\n$(x)\n:diff\n:rules\n:quit\n(0010,0010)=\"never\"\n");
+    EXPECT_EQ(run.output,
+              "set (0010,0010) PatientName: CompressedSamples^CT1 -> A\n"
+              "created $(x): - -> 1\n"
+              "no change $(x)\n"
+              "A1\n"
+              "deleted (0010,0020) PatientID: 1CT1 -> -\n"
+              "  warning: shell:4: (0010,0020) PatientID: deleted: nothing tells whose object it is [identity]\n"
+              "taken back: (0010,0020)=NULL()\n"
+              "taken back: $(x)=\"2\"\n"
+              "taken back: $(x)=\"1\"\n"
+              "NULL\n"
+              "0 added, 1 changed, 0 deleted\n"
+              "     Tag          Name         VR  Before                 After  Rule\n"
+              "  ~  (0010,0010)  PatientName  PN  CompressedSamples^CT1  A      shell:1\n"
+              "(0010,0010)=\"A\"\n");
+    EXPECT_EQ(run.exitCode, 0) << run.errors;
+}
+
+TEST_F(ToolShell, failuresAreToldAndTheOthersGoOn)
+{
+    const ToolRun run =
+        shell("(0010,0020) =\"x\"\n:bogus\n:undo\n:save\n:save out.dcm\n:trace on\n(0010,0020)=NULL(1)\n"
+              "(0010,0020)=\"x\"\n",
+              "");
+    EXPECT_EQ(run.exitCode, 1);
+    for (const char* text : {"kxmap: Invalid Dicom Tag:(0010,0020) \n  (0010,0020) =\"x\"\n  ^^^^^^^^^^^^\n",
+                             "kxmap: :bogus: no such command", "kxmap: there is no rule", "kxmap: :save takes a file",
+                             "kxmap: out.dcm: there is nothing to save"})
+        EXPECT_THAT(run.errors, HasSubstr(text));
+    EXPECT_THAT(run.output, HasSubstr("shell:1  (0010,0020)  PatientID  x      created\n"));
+}
+
+TEST_F(ToolShell, savesWhatWasRead)
+{
+    // In place twice, with the UIDs of the file meta information there and back; compressed pixel data stay.
+    fs::copy_file(kTestFiles + "MR_small_RLE.dcm", dir.path() / "mr.dcm");
+    const std::string before = contentOf(dir.path() / "mr.dcm");
+    EXPECT_EQ(shell("(0008,0018)=\"1.2.3\"\n:save mr.dcm\n:save other.dcm\n:undo\n:save mr.dcm\n", "mr.dcm").exitCode,
+              0);
+    EXPECT_TRUE(contentOf(dir.path() / "mr.dcm") == before);
+    DcmFileFormat format;
+    ASSERT_TRUE(format.loadFile((dir.path() / "other.dcm").c_str()).good());
+    EXPECT_EQ(textOf(*format.getMetaInfo(), DCM_MediaStorageSOPInstanceUID), "1.2.3");
+}
+
+TEST_F(ToolShell, completion)
+{
+    struct Case {
+        const char* text;
+        const char* expected;
+    };
+    constexpr Case kCases[] = {
+        {"toU", "toUpper(\n"},
+        {"to", "to\n  toLower(\n  toUpper(\n"},
+        {"concat(PatientName", "concat((0010,0010)\n"},
+        {"PatientBirthDat",
+         "PatientBirthDate\n  PatientBirthDate  (0010,0030)\n  PatientBirthDateInAlternativeCalendar  (0010,0033)\n"},
+        {"concat((0010,004", "concat((0010,0040)\n"},
+        {"(0012,0062", "(0012,0062)\n"}, // not in the dataset
+        {"equals(\"PatientName", "equals(\"PatientName\n"},
+        {"$(fi", "$(first)\n"},
+        {"USER(", "USER(ward)\n"},
+        {":un", ":undo\n"},
+        {"xyzzy", "xyzzy\n"},
+    };
+    for (const Case& c : kCases) {
+        const ToolRun run = shell(std::string("$(first)=1\nUSER(ward)=7\n:complete ") + c.text + "\n");
+        const std::string_view output(run.output);
+        const std::size_t begin = output.find('\n', output.find('\n') + 1) + 1;
+        EXPECT_EQ(output.substr(begin), c.expected) << c.text;
+    }
+}
+
+#endif

@@ -1,0 +1,201 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Results that are to be on the disk go there in batches: the disk then writes many files at once where it would wait
+// for each. Until its batch is complete, a file is the old one.
+#include "tool/applyworker.h"
+
+#include "tool/dicomfile.h"
+#include "tool/messagetap.h"
+#include "tool/output.h"
+#include "tool/report.h"
+#include "tool/ruleoptions.h"
+
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <chrono>
+#include <optional>
+#include <set>
+#include <stdexcept>
+
+namespace kxtool {
+namespace {
+
+constexpr std::size_t kBatchFiles = kMaxReplacements;
+constexpr std::size_t kManyFiles = 4; // from which on a file system is synchronised faster than they are
+constexpr std::uintmax_t kBatchBytes = 64U * 1024 * 1024; // large files wait for no others: their batch takes room
+
+std::string userFieldLines(const std::filesystem::path& file, const KXCustomFields& fields)
+{
+    std::string lines;
+    for (const auto& [name, text] : fields.fields())
+        lines += fmt::format("{}\t{}\t{}\n", printable(file.native()), printable(name), printable(text));
+    return lines;
+}
+
+} // namespace
+
+FileWorker::FileWorker(const FileOptions& options, const LoadedRules& rules, const std::vector<FileTask>& tasks,
+                       TaskQueue& queue)
+    : options_(options), rules_(rules), tasks_(tasks), queue_(queue)
+{
+}
+
+FileWorker::~FileWorker() = default;
+
+void FileWorker::run()
+{
+    while (const auto task = queue_.next()) {
+        process(*task);
+        if (!options_.isDurable || pending_.size() >= kBatchFiles || pendingBytes_ >= kBatchBytes) finish();
+    }
+    finish();
+}
+
+void FileWorker::process(std::size_t number)
+{
+    const FileTask& task = tasks_[number];
+    Pending& pending = pending_.emplace_back();
+    pending.task = number;
+    try {
+        if (!task.error.empty()) throw std::runtime_error(task.error);
+        applyAndWrite(task, pending);
+    } catch (const FileError& error) {
+        return fail(pending, error.what());
+    } catch (const std::exception& error) { // exhausted memory
+        return fail(pending, task.error.empty() ? FileError(task.input->file, error.what()).what() : task.error);
+    }
+    pending.outcome.errors = queue_.takeErrors();
+}
+
+void FileWorker::applyAndWrite(const FileTask& task, Pending& pending)
+{
+    const auto begin = std::chrono::steady_clock::now();
+    const std::filesystem::path& name = task.input->file;
+    DicomFile file(name);
+    MappingSession session;
+    session.dataset = &file.dataset();
+    setUserFields(options_.userFields, session.customFields);
+    std::optional<Recording> recording;
+    if (options_.needsRecording()) applySingly(task, session, recording.emplace());
+    else applyAtOnce(task, session);
+    if (options_.isDryRun) pending.outcome.output = changeLines(name, *recording, file.dataset());
+    if (options_.printsUserFields) pending.outcome.output += userFieldLines(name, session.customFields);
+    if (!options_.isDryRun) {
+        pending.replacement = std::make_unique<Replacement>(task.place);
+        file.writeTo(*pending.replacement);
+        pendingBytes_ += pending.replacement->size();
+        if (options_.isDurable) pending.replacement->beginSync(); // while the next ones are worked on
+    }
+    if (!options_.reports) return;
+    const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - begin;
+    pending.outcome.report = jsonLine({name, task.place, options_.isDryRun ? "dry" : "done", {}, spent.count()},
+                                      &*recording, &file.dataset());
+}
+
+void FileWorker::applyAtOnce(const FileTask& task, MappingSession& session) const
+{
+    // In debugging, the module's own lines show more, each message among them.
+    std::optional<MessageTap> tap;
+    if (verbosity() != Verbosity::Debug) tap.emplace();
+    std::string failure;
+    try {
+        rules_.asOne.apply(session);
+    } catch (const std::logic_error& error) {
+        failure = error.what();
+    }
+    const std::vector<std::string> messages = tap ? tap->take() : std::vector<std::string>();
+    tap.reset();
+    for (const std::string& message : messages)
+        reportWarning(fmt::format("{}: {}", task.input->file.native(), printable(message)));
+    if (!failure.empty()) throw FileError(task.input->file, failure);
+}
+
+void FileWorker::applySingly(const FileTask& task, MappingSession& session, Recording& recording) const
+{
+    recording.run(rules_.single, session, true);
+    for (const Step& step : recording.steps()) {
+        for (const std::string& message : step.messages)
+            reportWarning(fmt::format("{}: {} ({})", task.input->file.native(), printable(message), placeOfRule(step)));
+    }
+    if (!recording.failure().empty()) throw FileError(task.input->file, recording.failure());
+    if (!options_.keepsOriginals || options_.isDryRun) return;
+    const std::string failure = addOriginalAttributes(*session.dataset, recording, options_.notes);
+    if (!failure.empty()) throw FileError(task.input->file, failure);
+}
+
+void FileWorker::finish()
+{
+    if (options_.isDurable) syncAll();
+    {
+        const SignalsHeld held; // what is in its place is also told
+        for (Pending& pending : pending_) putInPlace(pending);
+        if (options_.isDurable) syncTargetFolders();
+        for (const Pending& pending : pending_) queue_.deliver(pending.task, pending.outcome);
+    }
+    pending_.clear();
+    pendingBytes_ = 0;
+}
+
+void FileWorker::syncAll()
+{
+    if (pending_.size() >= kManyFiles && areFileSystemsSynced()) return;
+    for (Pending& pending : pending_) {
+        try {
+            if (pending.replacement) pending.replacement->sync();
+        } catch (const FileError& error) {
+            fail(pending, error.what());
+        }
+    }
+}
+
+bool FileWorker::areFileSystemsSynced()
+{
+    std::set<dev_t> synced;
+    return std::ranges::all_of(pending_, [&synced](Pending& pending) {
+        return !pending.replacement || !synced.insert(pending.replacement->device()).second ||
+               pending.replacement->syncFileSystem();
+    });
+}
+
+void FileWorker::putInPlace(Pending& pending)
+{
+    if (!pending.replacement) return;
+    try {
+        pending.replacement->commit();
+    } catch (const FileError& error) {
+        return fail(pending, error.what());
+    }
+    if (verbosity() == Verbosity::Quiet) return;
+    const FileTask& task = tasks_[pending.task];
+    reportNote(fmt::format("{} -> {}", task.input->file.native(), task.place.native()));
+    pending.outcome.errors += queue_.takeErrors();
+}
+
+void FileWorker::syncTargetFolders()
+{
+    std::set<std::filesystem::path> folders;
+    for (const Pending& pending : pending_) {
+        if (pending.replacement) folders.insert(pending.replacement->folder());
+    }
+    try {
+        syncFolders(folders);
+    } catch (const FileError& error) {
+        for (Pending& pending : pending_) {
+            if (pending.replacement) fail(pending, error.what());
+        }
+    }
+}
+
+void FileWorker::fail(Pending& pending, const std::string& error)
+{
+    const FileTask& task = tasks_[pending.task];
+    reportError(error);
+    pending.replacement.reset();
+    pending.outcome.isGood = false;
+    pending.outcome.output.clear();
+    pending.outcome.errors += queue_.takeErrors();
+    if (options_.reports)
+        pending.outcome.report = jsonLine({task.input->file, task.place, "failed", error, 0}, nullptr, nullptr);
+}
+
+} // namespace kxtool

@@ -1,0 +1,77 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Texts of a dataset, as people read them: from its Specific Character Set to UTF-8.
+#pragma once
+
+#include <dcmtk/config/osconfig.h>
+#include <dcmtk/dcmdata/dcvr.h>
+
+#include <optional>
+#include <string>
+#include <string_view>
+
+class DcmDataset;
+class DcmItem;
+
+namespace kxtool {
+
+class Recording;
+struct Step;
+
+/// @return whether texts of this VR are in the Specific Character Set (DICOM PS3.5 section 6.1.2.3); others are ASCII.
+bool hasCharacterSet(DcmEVR vr);
+
+/// One value of Specific Character Set (0008,0005).
+class CharacterSet {
+public:
+    /// @param terms the attribute's text, defined terms with "\" between them; empty for ASCII.
+    explicit CharacterSet(std::string terms) : terms_(std::move(terms)) {}
+
+    /// @return the character set that applies to an item: its own, or that of the item or dataset around it.
+    static CharacterSet of(DcmItem& item);
+
+    const std::string& terms() const { return terms_; }
+
+    /// @return "ISO_IR 100", or "ASCII" where the attribute is absent or empty.
+    std::string name() const { return terms_.empty() ? "ASCII" : terms_; }
+
+    /// @return whether its single bytes are letters of one alphabet, ISO 8859 or TIS 620.
+    bool isSingleByte() const;
+
+    /// @return the text in UTF-8; none when it has bytes that are not in this character set, and when DCMTK does not
+    ///         know the character set. Code extensions are followed (ISO 2022).
+    std::optional<std::string> toUtf8(std::string_view text) const;
+
+    /// @return the text for machines: UTF-8, with the bytes that are in no character set as \xNN. Control bytes stay.
+    std::string readable(std::string_view text) const;
+
+private:
+    std::string terms_;
+};
+
+/// The character sets in force before and after a recorded run, wherever a rule wrote.
+class RunCharacterSets {
+public:
+    /// @param recording made with originals. @param dataset as the run left it; must outlive this object.
+    RunCharacterSets(const Recording& recording, DcmDataset& dataset);
+
+    /// Of the dataset itself.
+    const CharacterSet& before() const { return before_; }
+    const CharacterSet& after() const { return after_; }
+
+    /// At the target of a step. Items with a character set of their own are taken as the run left them.
+    CharacterSet before(const Step& step) const;
+    CharacterSet after(const Step& step) const;
+
+private:
+    DcmDataset& dataset_;
+    CharacterSet before_;
+    CharacterSet after_;
+};
+
+/// @return whether the bytes are UTF-8, ASCII included.
+bool isUtf8(std::string_view text);
+
+/// @return whether all bytes are ASCII, and none begins an escape sequence: the same in every character set.
+bool isPlainAscii(std::string_view text);
+
+} // namespace kxtool

@@ -1,0 +1,218 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The checks, from single values (DICOM PS3.5 section 6.2) to what makes an object the one it is (PS3.3 C.7, C.12.1).
+#include "tool/consequences.h"
+
+#include "tool/table.h"
+#include "tool/valuefaults.h"
+
+#include <dcmtk/dcmdata/dcdatset.h>
+#include <dcmtk/dcmdata/dcdeftag.h>
+
+#include <algorithm>
+#include <cmath>
+#include <cstdlib>
+#include <fmt/format.h>
+#include <optional>
+#include <set>
+
+namespace kxtool {
+namespace {
+
+constexpr const char* kRelabelled = "relabelled";
+constexpr const char* kNotTaken = "not-taken";
+constexpr const char* kNoText = "no-text";
+constexpr const char* kIdentity = "identity";
+constexpr const char* kPixels = "pixels";
+
+constexpr std::pair<const char*, const char*> kHelp[] = {
+    {fault::kLength, "a value is longer than its VR allows"},
+    {fault::kForm, "a value has not the form or the characters of its VR"},
+    {fault::kCharset, "bytes that are not, or do not seem to be, in the Specific Character Set"},
+    {kRelabelled, "the Specific Character Set was changed, and texts that no rule wrote now read differently"},
+    {fault::kMultiplicity, "more or fewer values than the attribute takes"},
+    {kNotTaken, "what was written is not the rule's value: the VR could not take it"},
+    {kNoText, "the rule's value is an element without a text: an empty one was written"},
+    {kIdentity, "what tells the object, its series, study or patient was changed or is gone"},
+    {kPixels, "what says how to read the pixel data was changed or is gone"},
+};
+
+enum class Harm { WhenChanged, WhenLost };
+
+struct Kept {
+    DcmTagKey key;
+    const char* name;
+    Harm harm;
+    const char* text;
+};
+
+constexpr const char* kUnreadable = "pixel data may not be read as they were written";
+
+// Short on purpose: rules exist to change attributes, and a patient ID that is another one is what many are for.
+const Kept kKept[] = {
+    {DCM_SOPClassUID, kIdentity, Harm::WhenChanged, "the object's kind is told by it"},
+    {DCM_SOPInstanceUID, kIdentity, Harm::WhenChanged,
+     "it counts as another object, and references to it lead nowhere"},
+    {DCM_StudyInstanceUID, kIdentity, Harm::WhenChanged, "the object leaves its study"},
+    {DCM_SeriesInstanceUID, kIdentity, Harm::WhenChanged, "the object leaves its series"},
+    {DCM_FrameOfReferenceUID, kIdentity, Harm::WhenChanged, "its position no longer relates to that of other series"},
+    {DCM_PatientID, kIdentity, Harm::WhenLost, "nothing tells whose object it is"},
+    {DCM_Modality, kIdentity, Harm::WhenLost, "every series must have one"},
+    {DCM_SamplesPerPixel, kPixels, Harm::WhenChanged, kUnreadable},
+    {DCM_PhotometricInterpretation, kPixels, Harm::WhenChanged, kUnreadable},
+    {DCM_PlanarConfiguration, kPixels, Harm::WhenChanged, kUnreadable},
+    {DCM_NumberOfFrames, kPixels, Harm::WhenChanged, kUnreadable},
+    {DCM_Rows, kPixels, Harm::WhenChanged, kUnreadable},
+    {DCM_Columns, kPixels, Harm::WhenChanged, kUnreadable},
+    {DCM_BitsAllocated, kPixels, Harm::WhenChanged, kUnreadable},
+    {DCM_BitsStored, kPixels, Harm::WhenChanged, kUnreadable},
+    {DCM_HighBit, kPixels, Harm::WhenChanged, kUnreadable},
+    {DCM_PixelRepresentation, kPixels, Harm::WhenChanged, kUnreadable},
+    {DCM_PixelData, kPixels, Harm::WhenChanged, "the image itself"},
+};
+
+std::optional<Fault> keptFault(const Change& change)
+{
+    const auto* kept = std::ranges::find(kKept, change.place.tag, &Kept::key);
+    const bool isTopLevel = change.place.name.find('[') == std::string::npos;
+    if (kept == std::end(kKept) || !isTopLevel || change.before.value_or("").empty()) return std::nullopt;
+    const char* what = !change.after ? "deleted" : change.after->empty() ? "emptied" : "changed";
+    if (kept->harm == Harm::WhenLost && change.after && !change.after->empty()) return std::nullopt;
+    return Fault{kept->name, fmt::format("{}: {}", what, kept->text)};
+}
+
+bool isSameNumber(std::string_view a, std::string_view b, bool isFloat)
+{
+    if (trimmed(a) == trimmed(b)) return true;
+    const std::string left(trimmed(a));
+    const std::string right(trimmed(b));
+    char* leftEnd = nullptr;
+    char* rightEnd = nullptr;
+    const double x = std::strtod(left.c_str(), &leftEnd);
+    const double y = std::strtod(right.c_str(), &rightEnd);
+    if (left.empty() || right.empty() || *leftEnd != '\0' || *rightEnd != '\0') return false;
+    return isFloat ? std::abs(x - y) <= 1e-5 * std::abs(x) : x == y;
+}
+
+bool isNumber(DcmEVR vr)
+{
+    constexpr DcmEVR kNumbers[] = {EVR_US, EVR_SS, EVR_UL, EVR_SL, EVR_UV, EVR_SV, EVR_FL, EVR_FD};
+    return std::ranges::find(kNumbers, vr) != std::end(kNumbers);
+}
+
+// What DCMTK made of a rule's value: numbers that do not fit are cut to their low bits, or not written at all.
+std::optional<Fault> writingFault(const Step& step, const RunCharacterSets& sets)
+{
+    const bool wasWritten =
+        step.effect == Effect::Set || step.effect == Effect::Created || step.effect == Effect::NoChange;
+    if (step.place.kind != Place::Kind::Element || !wasWritten || !step.value || !step.after || !step.failure.empty())
+        return std::nullopt;
+    const DcmEVR vr = DcmVR(step.vr.c_str()).getEVR();
+    const std::string value = inQuotes(sets.after(step).readable(*step.value));
+    if (isNumber(vr)) {
+        const auto wanted = split(*step.value, '\\');
+        const auto written = split(*step.after, '\\');
+        const bool isSame = std::ranges::equal(wanted, written, [vr](std::string_view a, std::string_view b) {
+            return isSameNumber(a, b, vr == EVR_FL || vr == EVR_FD);
+        });
+        if (isSame) return std::nullopt;
+        return Fault{kNotTaken,
+                     fmt::format("{} cannot be taken by {}: it holds {}", value, step.vr, inQuotes(*step.after))};
+    }
+    if (vr == EVR_SQ && step.value != step.after)
+        return Fault{kNotTaken, fmt::format("{} cannot be taken by a sequence", value)};
+    if (!isText(vr) || !step.after->empty() || trimmed(*step.value).empty()) return std::nullopt;
+    return Fault{kNoText, fmt::format("{} is an element without a text in rules: an empty one was written", value)};
+}
+
+/// Collects consequences, those of values against what was there before.
+class Search {
+public:
+    Search(const Recording& recording, DcmDataset& dataset)
+        : recording_(recording), dataset_(dataset), sets_(recording, dataset)
+    {
+    }
+
+    std::vector<Consequence> run()
+    {
+        for (const Change& change : recording_.changes()) {
+            if (change.place.kind == Place::Kind::Element) lookAt(change);
+        }
+        for (const Step& step : recording_.steps()) {
+            if (auto fault = writingFault(step, sets_)) add(std::move(*fault), step.place, step);
+        }
+        std::ranges::stable_sort(found_, {}, &Consequence::step); // they lie in one array, in the order of the rules
+        return std::move(found_);
+    }
+
+private:
+    void add(Fault fault, const Place& place, const Step& step)
+    {
+        found_.push_back({fault.name, place, &step, std::move(fault.text)});
+    }
+
+    void lookAt(const Change& change)
+    {
+        const Step& step = *change.steps.back();
+        if (auto fault = keptFault(change)) add(std::move(*fault), change.place, step);
+        if (change.place.name == "(0008,0005)") lookForRelabelled(change);
+        if (!change.after) return;
+        const DcmEVR vr = DcmVR(change.vr.c_str()).getEVR();
+        const Sample before{change.before.value_or(""), change.place.tag, vr, sets_.before(step)};
+        const Sample after{*change.after, change.place.tag, vr, sets_.after(step)};
+        const std::vector<Fault> known = faultsOf(before);
+        for (Fault& fault : faultsOf(after)) {
+            const bool isTheSenders =
+                std::ranges::any_of(known, [&fault](const Fault& one) { return one.name == fault.name; });
+            if (!isTheSenders) add(std::move(fault), change.place, step);
+        }
+    }
+
+    // Texts that no rule wrote keep their bytes, and so read differently under another character set.
+    void lookForRelabelled(const Change& change)
+    {
+        std::set<DcmTagKey> written;
+        for (const Change& other : recording_.changes()) written.insert(other.place.topLevel);
+        unsigned count = 0;
+        DcmTagKey first;
+        DcmStack stack;
+        while (dataset_.nextObject(stack, OFTrue).good()) {
+            auto* object = stack.top();
+            if (!hasCharacterSet(object->ident()) || written.contains(object->getTag())) continue;
+            char* text = nullptr;
+            if (static_cast<DcmElement*>(object)->getString(text).bad() || text == nullptr || isPlainAscii(text))
+                continue;
+            DcmItem* item = object->getParentItem();
+            if (item == nullptr || CharacterSet::of(*item).terms() != sets_.after().terms()) continue;
+            if (sets_.before().toUtf8(text) == sets_.after().toUtf8(text)) continue;
+            if (count++ == 0) first = object->getTag();
+        }
+        if (count == 0) return;
+        const std::string others = count == 1 ? "1 text" : fmt::format("{} texts", count);
+        add({kRelabelled,
+             fmt::format("changed from {} to {}, and {} of the sender, the first in {}, now read{} otherwise",
+                         shownUtf8(sets_.before().name()), shownUtf8(sets_.after().name()), others,
+                         first.toString().c_str(), count == 1 ? "s" : "")},
+            change.place, *change.steps.back());
+    }
+
+    const Recording& recording_;
+    DcmDataset& dataset_;
+    RunCharacterSets sets_;
+    std::vector<Consequence> found_;
+};
+
+} // namespace
+
+std::vector<Consequence> findConsequences(const Recording& recording, DcmDataset& dataset)
+{
+    return Search(recording, dataset).run();
+}
+
+std::string consequencesHelp()
+{
+    std::string help;
+    for (const auto& [name, text] : kHelp) help += fmt::format("  {:<13} {}\n", name, text);
+    return help;
+}
+
+} // namespace kxtool

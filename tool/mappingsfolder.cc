@@ -1,0 +1,73 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The rules by which mapping files are named.
+#include "tool/mappingsfolder.h"
+
+#include "tool/output.h"
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdlib>
+#include <string_view>
+#include <unistd.h>
+
+namespace kxtool {
+namespace {
+
+namespace fs = std::filesystem;
+
+constexpr std::string_view kSuffix = ".map";
+constexpr std::string_view kOutboundSuffix = ".out.map";
+
+bool isFile(const fs::path& path)
+{
+    std::error_code failure;
+    return fs::exists(path, failure) && !fs::is_directory(path, failure);
+}
+
+} // namespace
+
+fs::path findMappingsFolder(const std::string& given)
+{
+    fs::path folder = given;
+    if (given.empty()) {
+        const char* root = std::getenv("DICOM_VAR");
+        if (root == nullptr) throw FileError("DICOM_VAR", "not set, and --mappings names no folder");
+        folder = fs::path(root) / "mappings";
+    }
+    std::error_code failure;
+    const fs::file_status status = fs::status(folder, failure);
+    if (!fs::is_directory(status)) throw FileError(folder, fs::exists(status) ? "not a folder" : systemReason(ENOENT));
+    if (access(folder.c_str(), R_OK | X_OK) != 0) throw FileError(folder, systemReason(errno));
+    return folder;
+}
+
+std::vector<MappingSlot> slotsFor(const fs::path& folder, Direction direction, const std::string& aeTitle)
+{
+    using Role = MappingSlot::Role;
+    const bool isOutbound = direction == Direction::Outbound;
+    const fs::path global = "global";
+    std::vector<MappingSlot> slots;
+    slots.push_back({Role::Pre, global / (isOutbound ? "outpre.map" : "pre.map"), false});
+    if (!aeTitle.empty())
+        slots.push_back({Role::Title, aeTitle + std::string(isOutbound ? kOutboundSuffix : kSuffix), false});
+    slots.push_back({Role::Post, global / (isOutbound ? "outpost.map" : "post.map"), false});
+    for (MappingSlot& slot : slots) slot.isThere = isFile(folder / slot.name);
+    return slots;
+}
+
+std::vector<std::string> titlesIn(const fs::path& folder, Direction direction, bool withOutboundNames)
+{
+    const std::string_view suffix = direction == Direction::Outbound ? kOutboundSuffix : kSuffix;
+    std::vector<std::string> titles;
+    for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
+        const std::string name = entry.path().filename();
+        if (!name.ends_with(suffix) || name.size() == suffix.size() || !isFile(entry.path())) continue;
+        const bool isOutboundName = name.ends_with(kOutboundSuffix);
+        if (direction == Direction::Inbound && isOutboundName && !withOutboundNames) continue;
+        titles.push_back(name.substr(0, name.size() - suffix.size()));
+    }
+    std::ranges::sort(titles);
+    return titles;
+}
+
+} // namespace kxtool

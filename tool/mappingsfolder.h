@@ -1,0 +1,34 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// A mappings folder as the engine sees it: which file serves whom, and in which order.
+#pragma once
+
+#include <filesystem>
+#include <string>
+#include <vector>
+
+namespace kxtool {
+
+enum class Direction { Inbound, Outbound };
+
+/// One place in the order of a run.
+struct MappingSlot {
+    enum class Role { Pre, Title, Post };
+    Role role = Role::Title;
+    std::filesystem::path name; ///< below the folder: "global/pre.map"
+    bool isThere = false;       ///< as a file that is no folder
+};
+
+/// @param given what --mappings names; empty for "mappings" below the environment variable DICOM_VAR.
+/// @throws FileError when neither is given, or there is no such folder.
+std::filesystem::path findMappingsFolder(const std::string& given);
+
+/// @return pre, the AE title's and post, in this order, whether they are there or not. Without an AE title ("") the
+///         file in the middle is left out: what everybody else gets.
+std::vector<MappingSlot> slotsFor(const std::filesystem::path& folder, Direction direction, const std::string& aeTitle);
+
+/// @return the AE titles that have a mapping of their own, in the order of their bytes.
+/// @param withOutboundNames whether inbound "X.out" is one for every "X.out.map", as the engine has it.
+std::vector<std::string> titlesIn(const std::filesystem::path& folder, Direction direction,
+                                  bool withOutboundNames = false);
+
+} // namespace kxtool

@@ -1,0 +1,106 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Variables are the rules' own business and are reported nowhere; elements and custom fields are.
+#include "tool/report.h"
+
+#include "tool/chartext.h"
+#include "tool/output.h"
+
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <cmath>
+#include <optional>
+
+namespace kxtool {
+namespace {
+
+using Json = nlohmann::ordered_json;
+
+bool isReported(const Change& change)
+{
+    return change.place.kind != Place::Kind::Variable;
+}
+
+/// A change with its texts in UTF-8.
+struct ReadableChange {
+    std::optional<std::string> before;
+    std::optional<std::string> after;
+};
+
+ReadableChange readable(const Change& change, const RunCharacterSets& sets)
+{
+    ReadableChange texts;
+    if (change.before) texts.before = sets.before(*change.steps.front()).readable(*change.before);
+    if (change.after) texts.after = sets.after(*change.steps.back()).readable(*change.after);
+    return texts;
+}
+
+Json jsonOf(const Change& change, const RunCharacterSets& sets)
+{
+    const auto [before, after] = readable(change, sets);
+    Json rules = Json::array();
+    for (const Step* step : change.steps) rules.push_back(placeOfRule(*step));
+    Json json = {{"target", change.place.name}};
+    if (!change.vr.empty()) json["vr"] = change.vr;
+    json["before"] = before ? Json(*before) : Json();
+    json["after"] = after ? Json(*after) : Json();
+    json["rules"] = std::move(rules);
+    return json;
+}
+
+Json messagesOf(const Recording& recording, const CharacterSet& set)
+{
+    Json messages = Json::array();
+    for (const Step& step : recording.steps()) {
+        for (const std::string& message : step.messages)
+            messages.push_back({{"rule", placeOfRule(step)}, {"text", set.readable(message)}});
+    }
+    return messages;
+}
+
+std::string shown(const std::optional<std::string>& text)
+{
+    return text ? fmt::format("[{}]", printable(*text)) : "absent";
+}
+
+} // namespace
+
+std::string jsonLine(const FileReport& file, const Recording* recording, DcmDataset* dataset)
+{
+    Json json = {{"input", file.input.native()}, {"output", file.output.native()}, {"status", file.status}};
+    if (!file.error.empty()) json["error"] = file.error;
+    json["ms"] = std::round(file.milliseconds * 1000) / 1000;
+    if (recording != nullptr) {
+        const RunCharacterSets sets(*recording, *dataset);
+        Json changes = Json::array();
+        for (const Change& change : recording->changes()) {
+            if (isReported(change)) changes.push_back(jsonOf(change, sets));
+        }
+        json["changes"] = std::move(changes);
+        Json messages = messagesOf(*recording, sets.after());
+        if (!messages.empty()) json["messages"] = std::move(messages);
+    }
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace); // file names may be anything
+}
+
+std::string changeLines(const std::filesystem::path& file, const Recording& recording, DcmDataset& dataset)
+{
+    const RunCharacterSets sets(recording, dataset);
+    std::string lines;
+    for (const Change& change : recording.changes()) {
+        if (!isReported(change)) continue;
+        const auto [before, after] = readable(change, sets);
+        lines += fmt::format("{}: {} {}{}{} {} -> {}", printable(file.native()), change.sign(), change.place.name,
+                             change.vr.empty() ? "" : " ", change.vr, shown(before), shown(after));
+        for (const Step* step : change.steps) lines.append(" ").append(placeOfRule(*step));
+        lines += '\n';
+    }
+    return lines;
+}
+
+std::string placeOfRule(const Step& step)
+{
+    return fmt::format("{}:{}", step.file->path.native(), step.rule->line);
+}
+
+} // namespace kxtool

@@ -1,0 +1,33 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// What happened to a file, in words for people and as a line of JSON for programs.
+#pragma once
+
+#include "tool/recorder.h"
+
+#include <filesystem>
+#include <string>
+
+namespace kxtool {
+
+/// One file of a run.
+struct FileReport {
+    std::filesystem::path input;
+    std::filesystem::path output; ///< empty when it is not known
+    const char* status = "done";  ///< "done", "failed", or of a dry run "dry"
+    std::string error;            ///< why it failed
+    double milliseconds = 0;
+};
+
+/// @param recording made with originals; null when the rules were not applied.
+/// @param dataset as the rules left it; null with the recording.
+/// @return one JSON object, without line feed. Its texts are UTF-8; bytes that are in no character set are \xNN.
+std::string jsonLine(const FileReport& file, const Recording* recording, DcmDataset* dataset);
+
+/// @param dataset as the rules left it.
+/// @return the changes, a line each: "ct.dcm: ~ (0010,0010) PN [before] -> [after] name.map:1".
+std::string changeLines(const std::filesystem::path& file, const Recording& recording, DcmDataset& dataset);
+
+/// @return "name.map:1", where a step's rule stands.
+std::string placeOfRule(const Step& step);
+
+} // namespace kxtool

@@ -1,0 +1,95 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Options that several commands share.
+#include "tool/ruleoptions.h"
+
+#include "tool/output.h"
+
+#include <dcmtk/dcmdata/dcdict.h>
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+
+#include <algorithm>
+#include <stdexcept>
+
+namespace kxtool {
+namespace {
+
+std::string checkUserField(const std::string& assignment)
+{
+    const std::size_t equals = assignment.find('=');
+    if (equals != std::string::npos && equals > 0) return {};
+    return fmt::format("'{}' has not the form NAME=TEXT", assignment);
+}
+
+void reportLostRules(const RuleFile& file)
+{
+    const std::size_t count = file.badCount();
+    if (count == 0) return;
+    const auto first =
+        std::ranges::find(file.lines, RuleLine::Kind::Bad, [](const RuleLine& line) { return line.kind; });
+    const std::string message = first->message(); // none where the left side has no form that the engine knows
+    reportWarning(fmt::format("{}: {} {} dropped, the first at line {}: {}", file.path.native(), count,
+                              count == 1 ? "rule" : "rules", first->line,
+                              message.empty() ? "the left side is no target" : printable(message)));
+}
+
+} // namespace
+
+void addRuleOptions(CLI::App& command, RuleChoice& choice)
+{
+    command.add_option("--aet", choice.aeTitle, "The AE title of the remote system, as its mapping file is named")
+        ->type_name("TITLE");
+    command
+        .add_option("--mappings", choice.mappingsFolder,
+                    "The folder with the *.map files and the folder \"global\"; default: $DICOM_VAR/mappings")
+        ->type_name("DIR");
+    command.add_flag("--outbound", choice.isOutbound, "Use the rules for what is sent to TITLE, not received from it");
+    command
+        .add_option("--single", choice.singleFile,
+                    "Apply this mapping file alone; the options above then choose nothing")
+        ->type_name("FILE.map");
+}
+
+void requireRuleChoice(const RuleChoice& choice)
+{
+    if (choice.aeTitle.empty() && choice.singleFile.empty()) throw CLI::RequiredError("--aet or --single");
+}
+
+void addUserFieldOption(CLI::App& command, std::vector<std::string>& assignments)
+{
+    command.add_option("--set-user", assignments, "Set a custom field before each file; may be repeated")
+        ->type_name("NAME=TEXT")
+        ->allow_extra_args(false)
+        ->check(checkUserField);
+}
+
+void setUserFields(const std::vector<std::string>& assignments, KXCustomFields& fields)
+{
+    for (const std::string& assignment : assignments) {
+        const std::size_t equals = assignment.find('=');
+        fields.setFieldValue(assignment.substr(0, equals).c_str(), assignment.substr(equals + 1).c_str());
+    }
+}
+
+void requireDictionary()
+{
+    if (dcmDataDict.isDictionaryLoaded()) return;
+    throw std::runtime_error("DCMTK's data dictionary is not loaded: without it every tag is unknown and no rule would "
+                             "write. Install the dictionary, or set DCMDICTPATH to it.");
+}
+
+std::vector<RuleFile> readChosenRules(const RuleChoice& choice, std::size_t& lostCount)
+{
+    const Rules rules(choice);
+    std::vector<RuleFile> files;
+    for (const std::filesystem::path& path : rules.files()) {
+        files.push_back(readRuleFile(path));
+        reportLostRules(files.back());
+        lostCount += files.back().badCount();
+    }
+    if (files.empty()) reportWarning(fmt::format("no mapping file applies to AE title {}", choice.aeTitle));
+    return files;
+}
+
+} // namespace kxtool

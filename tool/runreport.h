@@ -1,0 +1,66 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// What became of one dataset, for people and for programs: the changes, the trace of the rules, and what they made
+// wrong.
+#pragma once
+
+#include "tool/consequences.h"
+#include "tool/recorder.h"
+
+#include <nlohmann/json_fwd.hpp>
+
+#include <cstddef>
+#include <string>
+#include <vector>
+
+namespace kxtool {
+
+/// How a report is to look.
+struct Look {
+    std::size_t width = 0; ///< columns; 0 for no limit
+    bool isColored = false;
+};
+
+/// One recorded run and its dataset, both of which must outlive it.
+class RunReport {
+public:
+    /// @param recording made with originals. @param dataset as the run left it.
+    RunReport(const Recording& recording, DcmDataset& dataset);
+
+    const std::vector<Consequence>& consequences() const { return consequences_; }
+
+    /// A line for each place that is not as it was: sign, tag, name, VR, before, after, rules.
+    std::string changes(const Look& look) const;
+
+    /// A line for each rule: where it stands, its target and value, what it did; and what its built-ins said.
+    /// @param begin the first step that is shown.
+    std::string trace(const Look& look, std::size_t begin = 0) const;
+
+    /// A line for each consequence.
+    /// @param step only those that this step caused last; null for all.
+    std::string warnings(const Look& look, const Step* step = nullptr) const;
+
+    /// "1 added, 2 changed, 0 deleted; 1 warning"
+    std::string summary() const;
+
+    /// @return {"changes": [...], "warnings": [...], "failure": null or text}, and "trace": [...] on demand; the members
+    ///         are told in the help of "kxmap try". All texts are UTF-8.
+    nlohmann::ordered_json json(bool withTrace) const;
+
+    /// A text as tables show it: as it is where that is clear; in quotes where it is empty, has blanks at its ends, or
+    /// could be taken for "-" (none) or "NULL".
+    static std::string shown(const std::optional<std::string>& text, const CharacterSet& set);
+
+private:
+    nlohmann::ordered_json changeJson(const Change& change) const;
+    nlohmann::ordered_json stepJson(const Step& step) const;
+
+    const Recording& recording_;
+    RunCharacterSets sets_;
+    std::vector<Consequence> consequences_;
+};
+
+/// @return the name of an element's place in the data dictionary or in the server's block: "PatientName"; empty for an
+///         unknown one and for places that are no elements.
+std::string placeName(const Place& place);
+
+} // namespace kxtool

@@ -1,0 +1,178 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// kxmap try: what an AE title's rules would do to files, and what they would make wrong. Nothing is written.
+#include "tool/commands.h"
+#include "tool/dicomfile.h"
+#include "tool/exitcodes.h"
+#include "tool/inputs.h"
+#include "tool/output.h"
+#include "tool/recorder.h"
+#include "tool/ruleoptions.h"
+#include "tool/runreport.h"
+#include "tool/table.h"
+
+#include <CLI/CLI.hpp>
+#include <fmt/format.h>
+#include <nlohmann/json.hpp>
+
+#include <algorithm>
+#include <memory>
+#include <string>
+#include <vector>
+
+namespace kxtool {
+namespace {
+
+struct TryOptions {
+    RuleChoice rules;
+    std::vector<std::string> userFields; // NAME=TEXT
+    std::string format = "text";
+    bool showsTrace = false;
+    ColorMode color = ColorMode::Auto;
+    std::vector<std::string> inputs;
+};
+
+/// Goes through the files; what was found is in its exit code.
+class Trial {
+public:
+    explicit Trial(const TryOptions& options) : options_(options), look_{outputWidth(), usesColor(options.color)}
+    {
+        std::size_t lostCount = 0;
+        files_ = readChosenRules(options.rules, lostCount);
+        if (lostCount > 0) raise(kShortcoming);
+    }
+
+    int run()
+    {
+        const auto unreadable = [this](const FileError& error) {
+            reportError(error.what());
+            raise(kUnusable);
+        };
+        for (const Input& input : collectInputs(options_.inputs, {}, unreadable)) {
+            try {
+                tryFile(input.file);
+            } catch (const FileError& error) {
+                unreadable(error);
+            }
+        }
+        return exitCode_;
+    }
+
+private:
+    void raise(int exitCode) { exitCode_ = std::max(exitCode_, exitCode); }
+
+    void tryFile(const std::filesystem::path& path)
+    {
+        DicomFile file(path);
+        MappingSession session;
+        session.dataset = &file.dataset();
+        setUserFields(options_.userFields, session.customFields);
+        RulesInOrder rules;
+        for (const RuleFile& one : files_) rules.push_back(&one);
+        Recording recording;
+        recording.run(rules, session, true);
+        const RunReport report(recording, file.dataset());
+        if (options_.format == "json") printJson(path, report);
+        else printText(path, recording, report);
+        if (!report.consequences().empty() || !recording.failure().empty()) raise(kShortcoming);
+    }
+
+    void printText(const std::filesystem::path& path, const Recording& recording, const RunReport& report)
+    {
+        if (!isFirst_) printLine("");
+        isFirst_ = false;
+        const std::string name = colored(shownUtf8(path.native()), Color::Bold, look_.isColored);
+        printLine(fmt::format("{}: {}", name, report.summary()));
+        const auto print = [](const std::string& lines) {
+            if (!lines.empty()) printLine(std::string_view(lines).substr(0, lines.size() - 1));
+        };
+        if (options_.showsTrace) {
+            print(report.trace(look_));
+            if (!recording.steps().empty() && !recording.changes().empty()) printLine("");
+        }
+        print(report.changes(look_));
+        print(report.warnings(look_));
+        if (!recording.failure().empty())
+            printLine(fmt::format("  {} {}:{}: the rules end here: {}", colored("failed:", Color::Red, look_.isColored),
+                                  shownUtf8(recording.steps().back().file->path.filename().native()),
+                                  recording.steps().back().rule->line, shownUtf8(recording.failure())));
+    }
+
+    void printJson(const std::filesystem::path& path, const RunReport& report)
+    {
+        nlohmann::ordered_json line = {{"file", path.native()}, {"aet", options_.rules.aeTitle}};
+        line.update(report.json(options_.showsTrace));
+        printLine(line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
+    }
+
+    const TryOptions& options_;
+    const Look look_;
+    std::vector<RuleFile> files_;
+    bool isFirst_ = true;
+    int exitCode_ = kAllGood;
+};
+
+int runTry(const TryOptions& options)
+{
+    try {
+        requireDictionary();
+        return Trial(options).run();
+    } catch (const std::exception& error) { // no rules, no dictionary
+        reportError(error.what());
+        return kUnusable;
+    }
+}
+
+std::string footer()
+{
+    return "Prints what changed: + added, ~ changed, - deleted; \"-\" where there is nothing. Texts are shown in "
+           "UTF-8,\n"
+           "bytes that do not show as \\x1B. Custom fields are USER(name), variables $(name).\n"
+           "\n"
+           "Warnings tell what the rules made wrong, not what the sender's values had wrong already:\n" +
+           consequencesHelp() +
+           "\n"
+           "JSON is one object a line for each file:\n"
+           "  file, aet\n"
+           "  changes   array of: sign (\"+\", \"~\", \"-\"), kind (\"element\", \"custom field\", \"variable\"), "
+           "place\n"
+           "            (\"(0040,0275)[0].(0040,0007)\", items from 0), name (of elements), vr, before, after (text, "
+           "or\n"
+           "            null for absent), rules (array of: file, line, text)\n"
+           "  trace     with --trace, array of: rule (file, line, text), kind, place, name, value (text, or null for\n"
+           "            NULL), effect (\"set\", \"created\", \"deleted\", \"was absent\", \"skipped as unknown\",\n"
+           "            \"no such item\", \"no change\", \"failed\"), before, after, messages (array of texts)\n"
+           "  warnings  array of: warning (a name from above), kind, place, name, text, rule (file, line, text)\n"
+           "  failure   null, or why the rules ended early, as they would in the server\n"
+           "\n"
+           "Examples:\n"
+           "  kxmap try image.dcm --aet CT1\n"
+           "  kxmap try scans/ --aet CT1 --mappings new/mappings --format=json | jq .warnings\n"
+           "\n"
+           "Exit codes: 0 nothing wrong; 1 warnings, dropped rules or a failed rule; 2 a file could not be read, no\n"
+           "rules, or usage error.";
+}
+
+} // namespace
+
+void addTry(CLI::App& app, int& exitCode)
+{
+    CLI::App* command = app.add_subcommand("try", "Show what an AE title's rules would change in DICOM files");
+    const auto options = std::make_shared<TryOptions>();
+    addRuleOptions(*command, options->rules);
+    addUserFieldOption(*command, options->userFields);
+    command->add_flag("--trace", options->showsTrace, "Show every rule with its value, what it did and what it said");
+    command->add_option("--format", options->format, "How to print: text or json")
+        ->type_name("FORMAT")
+        ->check(CLI::IsMember({"text", "json"}).description(""));
+    addColorOption(*command, options->color);
+    command->add_option("IN", options->inputs, "DICOM files, and folders with all files below them")
+        ->type_name("")
+        ->required();
+    command->footer(footer());
+    command->callback([=, &exitCode] {
+        requireRuleChoice(options->rules);
+        exitCode = runTry(*options);
+    });
+}
+
+} // namespace kxtool
