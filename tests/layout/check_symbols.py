@@ -9,6 +9,7 @@ import sys
 
 # What the headers of DCMTK and of the standard library leave in our objects: their inline functions and templates.
 FOREIGN = re.compile(r"(std|__gnu_cxx|__cxxabiv1|dcmtk|log4cplus|OF\w*|Dcm\w*|DUL\w*)(::|\.|<|$)"
+                     r"|_ZNK?St"  # of std, and beyond this nm to demangle
                      r"|decltype\b|auto |operator (new|delete)\b")
 COMPILERS_OWN = ("DW.ref.", "__odr_asan", "__clang_call_terminate")
 ABOUT = re.compile(r"(vtable|typeinfo name|typeinfo|VTT|guard variable|non-virtual thunk|virtual thunk|"
