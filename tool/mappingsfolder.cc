@@ -4,6 +4,8 @@
 
 #include "tool/output.h"
 
+#include "kxmap/core/inspect.h"
+
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
@@ -18,10 +20,11 @@ namespace fs = std::filesystem;
 constexpr std::string_view kSuffix = ".map";
 constexpr std::string_view kOutboundSuffix = ".out.map";
 
+// A set opens regular files alone.
 bool isFile(const fs::path& path)
 {
     std::error_code failure;
-    return fs::exists(path, failure) && !fs::is_directory(path, failure);
+    return path.native().size() <= kxmap::kMaxPathBytes && fs::is_regular_file(path, failure);
 }
 
 } // namespace

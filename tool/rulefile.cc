@@ -95,8 +95,7 @@ std::size_t RuleFile::ruleCount() const
 
 std::size_t RuleFile::badCount() const
 {
-    return static_cast<std::size_t>(
-        std::ranges::count(lines, RuleLine::Kind::Bad, [](const RuleLine& line) { return line.kind; }));
+    return static_cast<std::size_t>(std::ranges::count_if(lines, &RuleLine::isLost));
 }
 
 RuleFile readRuleFile(const std::filesystem::path& path)

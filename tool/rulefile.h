@@ -39,6 +39,9 @@ struct RuleLine {
     std::size_t rightBegin() const { return equals + 1; }
     std::string_view right() const { return std::string_view(text).substr(rightBegin()); }
 
+    /// Says whether a rule is lost with the line: bad, and no comment, which nobody misses for having a "=".
+    bool isLost() const { return kind == Kind::Bad && !text.starts_with('#'); }
+
     /// @return what the engine reports when it drops the line, without its line feed: "Error: Unknown function:foo"; empty
     ///         for a rule, and for what is dropped in silence.
     std::string message() const;
@@ -50,7 +53,7 @@ struct RuleFile {
     std::vector<RuleLine> lines; ///< in the order of the file
 
     std::size_t ruleCount() const;
-    std::size_t badCount() const;
+    std::size_t badCount() const; ///< of lines that are lost
 };
 
 /// Reads a mapping file in the engine's pieces with the engine's parsers. Empties `errorlogs`; the module's logger is

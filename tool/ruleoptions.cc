@@ -26,8 +26,7 @@ void reportLostRules(const RuleFile& file)
 {
     const std::size_t count = file.badCount();
     if (count == 0) return;
-    const auto first =
-        std::ranges::find(file.lines, RuleLine::Kind::Bad, [](const RuleLine& line) { return line.kind; });
+    const auto first = std::ranges::find_if(file.lines, &RuleLine::isLost);
     const std::string message = first->message(); // none where the left side has no form that the engine knows
     reportWarning(fmt::format("{}: {} {} dropped, the first at line {}: {}", file.path.native(), count,
                               count == 1 ? "rule" : "rules", first->line,

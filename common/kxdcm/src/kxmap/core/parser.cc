@@ -122,7 +122,8 @@ std::unique_ptr<Expression> parseRoot(const char* line, kxmap::ParseTrace* trace
     root->func = &f_root;
     const kxmap::CharArray copy(newdup(line));
     failure.reset(Parser(copy.get(), trace).parseList(*root, copy.get(), 0));
-    return failure ? nullptr : std::move(root);
+    if (failure) return nullptr;
+    return root;
 }
 
 char* Parser::parse(Expression& node, char* s, int depth)
