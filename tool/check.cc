@@ -158,7 +158,9 @@ CheckSwitches switchesOf(const std::vector<std::string>& warnings, CheckRun& run
         if (warning == "error") run.warningsAreErrors = true;
         else if (warning == "no-error") run.warningsAreErrors = false;
         else if (!switches.set(warning))
-            throw CLI::ValidationError("-W" + warning, "no such warning; \"kxmap check --list-warnings\" lists them");
+            throw CLI::ValidationError("-W" + warning,
+                                       "no warning of that name; errors cannot be switched (\"kxmap check "
+                                       "--list-warnings\" lists both)");
     }
     return switches;
 }

@@ -48,7 +48,7 @@ public:
         if (!isNew) return at->second;
         at->second = readRuleFile(path);
         for (const RuleLine& line : at->second.lines) {
-            if (line.kind != RuleLine::Kind::Bad) continue;
+            if (!line.isLost()) continue;
             reportWarning(
                 fmt::format("{}:{}: the engine drops this line, so the tables leave it out", path.native(), line.line));
             hasBadLines_ = true;

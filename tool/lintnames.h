@@ -23,6 +23,7 @@ bool looksInfix(std::string_view text);
 std::size_t editDistance(std::string_view a, std::string_view b);
 
 inline constexpr const char* kNoOperators =
-    "there are no operators between values: write concat(a,b) to join, add(a,b) to add, equals(a,b) to compare";
+    "there are no operators between values: write concat(a,b) to join, add(a,b) to add, equals(a,b) to compare; "
+    "put the text in quotes where it is meant";
 
 } // namespace kxtool

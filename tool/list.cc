@@ -137,9 +137,10 @@ void noteTitles(const std::vector<Row>& rows, std::vector<Note>& notes)
     }
 }
 
-std::string whyNotRead(const fs::path& below, const std::string& name, bool isFolder)
+std::string whyNotRead(const fs::path& below, const std::string& name, bool isFolder, bool isRegular)
 {
     if (isFolder) return "it is a folder";
+    if (!isRegular) return "it is no regular file";
     if (!below.empty()) return "only pre.map, post.map, outpre.map and outpost.map are read here";
     return name == ".map" ? "no AE title is empty" : "its name does not end in \".map\", in lower case";
 }
@@ -156,7 +157,7 @@ void noteStrays(const fs::path& folder, const fs::path& below, const std::vector
         const bool isFolder = entry.is_directory(failure);
         if (std::ranges::find(read, name) != read.end() && !isFolder) continue;
         if (isFolder && !text.ends_with(".map")) continue;
-        found.push_back({name, "serves nobody: " + whyNotRead(below, text, isFolder)});
+        found.push_back({name, "serves nobody: " + whyNotRead(below, text, isFolder, entry.is_regular_file(failure))});
     }
     std::ranges::sort(found, {}, &Note::file);
     notes.insert(notes.end(), found.begin(), found.end());

@@ -34,7 +34,7 @@ fs::path findMappingsFolder(const std::string& given)
     fs::path folder = given;
     if (given.empty()) {
         const char* root = std::getenv("DICOM_VAR");
-        if (root == nullptr) throw FileError("DICOM_VAR", "not set, and --mappings names no folder");
+        if (root == nullptr || *root == '\0') throw FileError("DICOM_VAR", "not set, and --mappings names no folder");
         folder = fs::path(root) / "mappings";
     }
     std::error_code failure;

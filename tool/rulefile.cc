@@ -79,6 +79,12 @@ std::string readAll(const std::filesystem::path& path)
 
 } // namespace
 
+bool RuleLine::isLost() const
+{
+    const std::size_t first = text.find_first_not_of(" \t");
+    return kind != Kind::Rule && first != std::string::npos && text[first] != '#';
+}
+
 std::string RuleLine::message() const
 {
     if (kind != Kind::Bad) return {};

@@ -39,8 +39,8 @@ struct RuleLine {
     std::size_t rightBegin() const { return equals + 1; }
     std::string_view right() const { return std::string_view(text).substr(rightBegin()); }
 
-    /// Says whether a rule is lost with the line: bad, and no comment, which nobody misses for having a "=".
-    bool isLost() const { return kind == Kind::Bad && !text.starts_with('#'); }
+    /// Says whether something is lost with the line: it is dropped, and neither blank nor a comment.
+    bool isLost() const;
 
     /// @return what the engine reports when it drops the line, without its line feed: "Error: Unknown function:foo"; empty
     ///         for a rule, and for what is dropped in silence.

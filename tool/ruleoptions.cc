@@ -27,7 +27,8 @@ void reportLostRules(const RuleFile& file)
     const std::size_t count = file.badCount();
     if (count == 0) return;
     const auto first = std::ranges::find_if(file.lines, &RuleLine::isLost);
-    const std::string message = first->message(); // none where the left side has no form that the engine knows
+    std::string message = first->message(); // none where the left side has no form that the engine knows
+    if (first->kind == RuleLine::Kind::WithoutEquals) message = "it has no \"=\"";
     reportWarning(fmt::format("{}: {} {} dropped, the first at line {}: {}", file.path.native(), count,
                               count == 1 ? "rule" : "rules", first->line,
                               message.empty() ? "the left side is no target" : printable(message)));

@@ -15,7 +15,7 @@ _kxmap_formats() {
 }
 
 _kxmap_warnings() {
-    "${COMP_WORDS[0]}" check --list-warnings 2>/dev/null | sed -n 's/^\([a-z][a-z-]*\) .*/-W\1 -Wno-\1/p'
+    "${COMP_WORDS[0]}" check --list-warnings 2>/dev/null | sed -n 's/^\([a-z][a-z-]*\)  *\(warning\|off\) .*/-W\1 -Wno-\1/p'
 }
 
 # The AE titles that have a mapping file in the folder of --mappings, or in that of DICOM_VAR.

@@ -27,7 +27,7 @@ function __kxmap_formats
 end
 
 function __kxmap_warnings
-    for name in (kxmap check --list-warnings 2>/dev/null | string replace -rf '^([a-z][a-z-]*) .*' '$1') all
+    for name in (kxmap check --list-warnings 2>/dev/null | string replace -rf '^([a-z][a-z-]*) +(?:warning|off) .*' '$1') all
         printf '%s\n' -W$name -Wno-$name
     end
     echo -Werror

@@ -18,6 +18,22 @@ Value* elementValue(DcmItem* item, unsigned int group, unsigned int element)
     return found == nullptr ? nullptr : new TagValue(found);
 }
 
+/// @param groupText null for NULL, and so is the other.
+Value* taggedValue(MappingSession& session, const char* groupText, const char* elementText)
+{
+    unsigned int group = 0;
+    unsigned int element = 0;
+    if (groupText == nullptr || !kxmap::readHex4(groupText, group)) return nullptr;
+    if (elementText == nullptr || !kxmap::readHex4(elementText, element)) return nullptr;
+    return elementValue(session.dataset, group, element);
+}
+
+/// The everyday tag reference is two literals, whose texts can be read where they stand, without values to hold them.
+bool isLiteral(const Expression& node)
+{
+    return node.text != nullptr;
+}
+
 /// Reads one piece of a sequence path: two tag components, then an item number, and again.
 /// @return false for NULL and for what does not scan.
 bool readPiece(const char* text, std::size_t position, int& piece)
@@ -47,17 +63,13 @@ Value* named(MappingSession& session, std::list<Expression*>& params, Lookup loo
 // or no hexadecimal number.
 Value* empty_getValue(MappingSession& session, std::list<Expression*>& params)
 {
+    if (params.size() == 2 && isLiteral(*params.front()) && isLiteral(*params.back()))
+        return taggedValue(session, params.front()->text, params.back()->text);
     SArgs args(session, params);
     Value* first = args.GetAt();
     if (params.size() == 1) return kxmap::keep(first);
     args.Next();
-    const char* groupText = textOf(first);
-    const char* elementText = textOf(args.GetAt());
-    unsigned int group = 0;
-    unsigned int element = 0;
-    if (groupText == nullptr || !kxmap::readHex4(groupText, group)) return nullptr;
-    if (elementText == nullptr || !kxmap::readHex4(elementText, element)) return nullptr;
-    return elementValue(session.dataset, group, element);
+    return taggedValue(session, textOf(first), textOf(args.GetAt()));
 }
 
 // $(name): the temporary variable's text; "@" in front reads those that outlive a mapping.
