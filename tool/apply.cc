@@ -26,6 +26,7 @@
 #include <set>
 #include <string>
 #include <thread>
+#include <tuple>
 #include <vector>
 
 namespace kxtool {
@@ -48,10 +49,17 @@ struct ApplyOptions {
 /// The file that a line goes to for each input. It is complete at every moment: a line is one write.
 class ReportFile {
 public:
+    /// Takes the place of an older report only, so that a slip on the command line costs no image and no mapping.
     explicit ReportFile(const std::string& file)
-        : file_(file), descriptor_(open(file.c_str(), O_WRONLY | O_CREAT | O_TRUNC | O_APPEND | O_CLOEXEC, 0666))
+        : file_(file), descriptor_(open(file.c_str(), O_RDWR | O_CREAT | O_APPEND | O_CLOEXEC, 0666))
     {
         if (descriptor_ < 0) throw FileError(file_, systemReason(errno));
+        char first = '{';
+        if (pread(descriptor_, &first, 1, 0) > 0 && first != '{') {
+            close(descriptor_);
+            throw FileError(file_, "is there, and no report: it is not overwritten");
+        }
+        std::ignore = ftruncate(descriptor_, 0); // a pipe or a device cannot, and need not
     }
     ~ReportFile() { close(descriptor_); }
     ReportFile(const ReportFile&) = delete;

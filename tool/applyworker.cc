@@ -81,7 +81,7 @@ void FileWorker::applyAndWrite(const FileTask& task, Pending& pending)
     if (options_.isDryRun) pending.outcome.output = changeLines(name, *recording, file.dataset());
     if (options_.printsUserFields) pending.outcome.output += userFieldLines(name, session.customFields);
     if (!options_.isDryRun) {
-        pending.replacement = std::make_unique<Replacement>(task.place);
+        pending.replacement = std::make_unique<Replacement>(task.place, name);
         file.writeTo(*pending.replacement);
         pendingBytes_ += pending.replacement->size();
         if (options_.isDurable) pending.replacement->beginSync(); // while the next ones are worked on

@@ -95,10 +95,8 @@ Elements changedElements(DcmDataset& dataset, const Recording& recording)
     Elements changed;
     for (const auto& [key, before] : recording.originals()) {
         DcmElement* const now = elementOf(dataset, key);
-        const bool isSame = now == nullptr || before == nullptr
-                                ? now == before.get()
-                                : now->ident() == before->ident() && now->compare(*before) == 0;
-        if (!isSame && key.getGroup() >= kFirstDataGroup) changed[key] = listed(before.get(), now, set);
+        if (!isSameElement(now, before.get()) && key.getGroup() >= kFirstDataGroup)
+            changed[key] = listed(before.get(), now, set);
     }
     return changed;
 }
@@ -145,8 +143,8 @@ OFCondition append(DcmDataset& dataset, std::unique_ptr<DcmItem> item)
 {
     DcmSequenceOfItems* sequence = nullptr;
     OFCondition result = dataset.findAndGetSequence(DCM_OriginalAttributesSequence, sequence);
-    if (result.bad()) {
-        result = dataset.insertEmptyElement(DCM_OriginalAttributesSequence, OFTrue);
+    if (result == EC_TagNotFound) { // what is there and no sequence stays, and is an error
+        result = dataset.insertEmptyElement(DCM_OriginalAttributesSequence);
         if (result.good()) result = dataset.findAndGetSequence(DCM_OriginalAttributesSequence, sequence);
     }
     if (result.good()) result = sequence->append(item.get());

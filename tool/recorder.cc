@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <fmt/format.h>
 #include <stdexcept>
+#include <string_view>
 
 namespace kxtool {
 namespace {
@@ -73,12 +74,6 @@ std::unique_ptr<DcmElement> copyOf(DcmElement* element)
     return std::unique_ptr<DcmElement>(element == nullptr ? nullptr : static_cast<DcmElement*>(element->clone()));
 }
 
-bool isSame(const DcmElement* a, const DcmElement* b)
-{
-    if (a == nullptr || b == nullptr) return a == b;
-    return a->ident() == b->ident() && a->compare(*b) == 0;
-}
-
 /// @return the name of a path through items, and in `topLevel` where it begins.
 std::string pathName(const std::list<int>& path, DcmTagKey& topLevel)
 {
@@ -99,6 +94,42 @@ std::string pathName(const std::list<int>& path, DcmTagKey& topLevel)
 }
 
 } // namespace
+
+namespace {
+
+bool isSameItem(DcmItem& a, DcmItem& b)
+{
+    if (a.card() != b.card()) return false;
+    for (unsigned long i = 0; i < a.card(); ++i) {
+        if (a.getElement(i)->getTag() != b.getElement(i)->getTag()) return false;
+        if (!isSameElement(a.getElement(i), b.getElement(i))) return false;
+    }
+    return true;
+}
+
+bool isSameSequence(DcmSequenceOfItems& a, DcmSequenceOfItems& b)
+{
+    if (a.card() != b.card()) return false;
+    for (unsigned long i = 0; i < a.card(); ++i) {
+        if (!isSameItem(*a.getItem(i), *b.getItem(i))) return false;
+    }
+    return true;
+}
+
+} // namespace
+
+bool isSameElement(DcmElement* a, DcmElement* b)
+{
+    if (a == nullptr || b == nullptr) return a == b;
+    if (a->ident() != b->ident()) return false;
+    if (a->ident() == EVR_SQ)
+        return isSameSequence(static_cast<DcmSequenceOfItems&>(*a), static_cast<DcmSequenceOfItems&>(*b));
+    if (!a->isaString()) return a->compare(*b) == 0;
+    char* textA = nullptr;
+    char* textB = nullptr;
+    if (a->getString(textA).bad() || b->getString(textB).bad()) return a->compare(*b) == 0;
+    return std::string_view(textA == nullptr ? "" : textA) == std::string_view(textB == nullptr ? "" : textB);
+}
 
 const char* effectName(Effect effect)
 {
@@ -218,12 +249,12 @@ void Recording::apply(const RuleFile& file, const RuleLine& rule, MessageTap& ta
     DcmElement* after = target.isElement() ? target.element() : nullptr;
     const DcmElement* shown = after != nullptr ? after : before.element.get();
     if (shown != nullptr) step.vr = vrOf(*shown);
-    step.effect = effectOf(target, step, isSame(before.element.get(), after));
+    step.effect = effectOf(target, step, isSameElement(before.element.get(), after));
     steps_.push_back(std::move(step));
 
     const bool isChanged = steps_.back().effect <= Effect::Deleted;
     if (isChanged) keep(target, std::move(before));
-    if (isChanged && creator && !isSame(creatorBefore.element.get(), creator->element()))
+    if (isChanged && creator && !isSameElement(creatorBefore.element.get(), creator->element()))
         keep(*creator, std::move(creatorBefore));
 }
 
@@ -256,7 +287,7 @@ Recording::Before Recording::lookAt(const Target& target) const
     return before;
 }
 
-Effect Recording::effectOf(const Target& target, const Step& step, bool isSameElement)
+Effect Recording::effectOf(const Target& target, const Step& step, bool isUntouched)
 {
     if (!step.failure.empty()) return Effect::NoChange;
     if (target.isElement() && target.item() == nullptr) return Effect::NoItem;
@@ -265,7 +296,7 @@ Effect Recording::effectOf(const Target& target, const Step& step, bool isSameEl
         return step.after ? Effect::NoChange : Effect::Deleted;
     }
     if (!step.before) return step.after ? Effect::Created : Effect::Unknown;
-    const bool isUnchanged = target.isElement() ? isSameElement : step.before == step.after;
+    const bool isUnchanged = target.isElement() ? isUntouched : step.before == step.after;
     return isUnchanged ? Effect::NoChange : Effect::Set;
 }
 
@@ -301,7 +332,8 @@ void Recording::collectChanges()
     for (const auto& [place, tracked] : tracked_) {
         DcmElement* now = tracked.target.isElement() ? tracked.target.element() : nullptr;
         std::optional<std::string> text = tracked.target.text();
-        const bool isUnchanged = tracked.target.isElement() ? isSame(tracked.element.get(), now) : tracked.text == text;
+        const bool isUnchanged =
+            tracked.target.isElement() ? isSameElement(tracked.element.get(), now) : tracked.text == text;
         if (isUnchanged) continue;
         Change change{place, now == nullptr ? tracked.vr : vrOf(*now), tracked.text, std::move(text), {}};
         for (const std::size_t step : tracked.steps) change.steps.push_back(&steps_[step]);

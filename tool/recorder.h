@@ -30,6 +30,11 @@ enum class Effect {
 ///         "no change".
 const char* effectName(Effect effect);
 
+/// Compares two elements to the byte, but for trailing padding: VR and value, and all that sequences hold. DCMTK's own
+/// `compare` lets leading blanks, and texts of one length, pass for the same.
+/// @param a null where there is none; and so is b.
+bool isSameElement(DcmElement* a, DcmElement* b);
+
 /// Where a rule writes.
 struct Place {
     enum class Kind { Element, CustomField, Variable };
@@ -110,7 +115,7 @@ private:
     void apply(const RuleFile& file, const RuleLine& rule, MessageTap& tap);
     void evaluateAndAssign(const RuleLine& rule, Step& step);
     Before lookAt(const Target& target) const;
-    static Effect effectOf(const Target& target, const Step& step, bool isSameElement);
+    static Effect effectOf(const Target& target, const Step& step, bool isUntouched);
     void keep(const Target& target, Before before);
     bool wasMadeByARule(const Place& place) const;
     void collectChanges();

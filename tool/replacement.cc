@@ -46,9 +46,18 @@ void installHandlersOnce()
     std::ignore = isInstalled;
 }
 
+mode_t modeOfNew(const std::filesystem::path& source)
+{
+    struct stat status = {};
+    const mode_t mode = !source.empty() && stat(source.c_str(), &status) == 0 ? status.st_mode & 0777 : 0666;
+    const mode_t mask = umask(0);
+    umask(mask);
+    return mode & ~mask;
+}
+
 } // namespace
 
-Replacement::Replacement(const std::filesystem::path& target) : target_(target)
+Replacement::Replacement(const std::filesystem::path& target, const std::filesystem::path& source) : target_(target)
 {
     struct stat status = {};
     bool isThere = lstat(target_.c_str(), &status) == 0;
@@ -66,6 +75,7 @@ Replacement::Replacement(const std::filesystem::path& target) : target_(target)
     installHandlersOnce();
     createTemporary();
     if (isThere) adoptAttributes(static_cast<int>(status.st_mode), status.st_uid, status.st_gid);
+    else std::ignore = fchmod(descriptor_, modeOfNew(source));
 }
 
 Replacement::~Replacement()
@@ -85,7 +95,7 @@ void Replacement::createTemporary()
     if (slot == pendingPaths.end()) throw FileError(target_, "too many files under way"); // a fault in the caller
     for (unsigned attempt = 0; attempt < kNameAttempts; ++attempt) {
         temporary_ = target_.parent_path() / fmt::format("{}{}-{}", kTemporaryPrefix, getpid(), number++);
-        descriptor_ = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0666);
+        descriptor_ = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); // patients' data
         if (descriptor_ < 0 && errno == EEXIST) continue; // left by a killed run, or another machine's
         if (descriptor_ < 0) break;
         *slot = temporary_.c_str();

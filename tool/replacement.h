@@ -27,7 +27,8 @@ public:
     /// Creates the temporary file. An existing target lends its permissions and, where the system allows it, its owner;
     /// where the target is a symbolic link, the file that it names is replaced.
     /// @throws FileError when it cannot be created, or the target is there and no writable regular file.
-    explicit Replacement(const std::filesystem::path& target);
+    /// @param source the file that the content comes from: it lends a new target its permissions, less the umask.
+    explicit Replacement(const std::filesystem::path& target, const std::filesystem::path& source = {});
     ~Replacement();
     Replacement(const Replacement&) = delete;
     Replacement& operator=(const Replacement&) = delete;

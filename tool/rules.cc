@@ -4,6 +4,8 @@
 
 #include "tool/output.h"
 
+#include "kxmap/core/inspect.h"
+
 #include <cerrno>
 #include <cstdlib>
 #include <fmt/format.h>
@@ -78,9 +80,13 @@ std::vector<fs::path> filesOf(const fs::path& folder, const RuleChoice& choice)
 {
     const std::string direction = choice.isOutbound ? "out" : "";
     const std::string suffix = choice.isOutbound ? ".out.map" : ".map";
+    // The engine cuts longer names, and opens no title that is a path: such titles have no file.
+    const bool hasFile =
+        choice.aeTitle.find('/') == std::string::npos && choice.aeTitle.size() < kxmap::kMappingNameBytes;
     std::vector<fs::path> present;
-    for (const fs::path& file : {folder / "global" / (direction + "pre.map"), folder / (choice.aeTitle + suffix),
-                                 folder / "global" / (direction + "post.map")}) {
+    for (const fs::path& file :
+         {folder / "global" / (direction + "pre.map"), hasFile ? folder / (choice.aeTitle + suffix) : fs::path(),
+          folder / "global" / (direction + "post.map")}) {
         std::error_code failure;
         if (fs::is_regular_file(file, failure)) present.push_back(file);
     }

@@ -122,10 +122,11 @@ WorkerPool::WorkerPool(std::size_t tasks, unsigned workers, Callbacks callbacks)
 
 WorkerPool::~WorkerPool()
 {
-    for (const Worker& worker : workers_) { // only when something was thrown
+    // Only when something was thrown. The pipes go first: a worker that is writing would wait for us, and we for it.
+    for (const Worker& worker : workers_) close(worker.pipe);
+    for (const Worker& worker : workers_) {
         kill(worker.process, SIGTERM);
         waitpid(worker.process, nullptr, 0);
-        close(worker.pipe);
         close(worker.errors);
     }
     if (signals_ >= 0) close(signals_);
@@ -157,7 +158,11 @@ void WorkerPool::start()
     const pid_t parent = getpid();
     const pid_t process = fork();
     if (process < 0) fail("worker");
-    if (process == 0) workAndExit(parent, number, ends[1], errors);
+    if (process == 0) {
+        close(ends[0]); // a reading end kept here would hide from the writer that the parent has gone
+        for (const Worker& worker : workers_) close(worker.pipe);
+        workAndExit(parent, number, ends[1], errors);
+    }
     close(ends[1]);
     workers_.push_back({process, number, ends[0], errors, {}});
 }

@@ -250,6 +250,35 @@ TEST_F(ToolApply, dryRunAndReportSayWhatChanges)
 
 // Each run adds an item with what was there before: values, what was added or did not conform without one, private
 // elements with their creator, and a sequence whole.
+// Texts of one length, and leading blanks: what DCMTK's own comparison takes for the same.
+TEST_F(ToolApply, smallChangesAreChanges)
+{
+    dir.write("first.map", "(0010,4000)=\"abc\"\n(0020,0010)=\"12\"\nSEQ(0010,1002,0,0010,0020)=\"ID\"\n");
+    ASSERT_EQ(run("apply --single first.map -o a.dcm ct.dcm").exitCode, 0);
+    dir.write("second.map", "(0010,4000)=\"new\"\n(0020,0010)=\" 12\"\nSEQ(0010,1002,0,0010,0020)=\" ID\"\n");
+    const ToolRun tried = run("try --single second.map a.dcm");
+    EXPECT_NE(tried.output.find("0 added, 3 changed, 0 deleted"), std::string::npos) << tried.output;
+    ASSERT_EQ(run("apply --single second.map --original-attributes -o b.dcm a.dcm").exitCode, 0);
+    EXPECT_NE(value("b.dcm", DCM_OriginalAttributesSequence), "-");
+}
+
+// A slip on the command line must cost neither an image nor a mapping, and results are as private as their sources.
+TEST_F(ToolApply, slipsCostNothing)
+{
+    const std::string image = contentOf(dir.path() / "ct.dcm");
+    EXPECT_EQ(run("apply --single name.map --report ct.dcm -o out.dcm ct.dcm").exitCode, 2);
+    EXPECT_EQ(contentOf(dir.path() / "ct.dcm"), image);
+
+    fs::permissions(dir.path() / "ct.dcm", fs::perms::owner_read | fs::perms::owner_write);
+    ASSERT_EQ(run("apply --single name.map -o private.dcm ct.dcm").exitCode, 0);
+    EXPECT_EQ(fs::status(dir.path() / "private.dcm").permissions(), fs::perms::owner_read | fs::perms::owner_write);
+
+    dir.write("elsewhere.map", "(0010,0010)=\"SECRET\"\n");
+    dir.write("m/mappings/global/pre.map", "");
+    ASSERT_EQ(run("apply --aet ../../elsewhere --mappings m/mappings --report r.jsonl -o o.dcm ct.dcm").exitCode, 0);
+    EXPECT_NE(value("o.dcm", DCM_PatientName), "SECRET");
+}
+
 TEST_F(ToolApply, originalAttributesAreKept)
 {
     dir.write("first.map",
