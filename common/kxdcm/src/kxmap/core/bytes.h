@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cctype>
-#include <cstring>
 
 namespace kxmap {
 
@@ -52,14 +51,13 @@ inline char lowerInLocale(char c)
 }
 
 /// Trims blanks at both ends of a writable text, the end by writing a NUL.
-/// @return the first byte that is kept, or the terminator.
-inline char* trimBlanks(char* s)
+/// @param s moved on to the first byte that is kept.
+/// @param end where the terminator stands; moved back.
+inline void trimBlanks(char*& s, char*& end)
 {
-    while (*s != '\0' && isBlank(*s)) ++s;
-    char* end = s + std::strlen(s);
-    while (end > s && isBlank(end[-1])) --end;
+    while (s != end && isBlank(*s)) ++s;
+    while (end != s && isBlank(end[-1])) --end;
     *end = '\0';
-    return s;
 }
 
 } // namespace kxmap

@@ -16,36 +16,44 @@
 
 namespace {
 
+/// Says whether a byte is a token of its own that neither ends nor begins anything. Nearly all are, and are seen at once.
+bool isPlain(char c)
+{
+    return static_cast<unsigned char>(c) > ',' || (c != ',' && c != '"' && c != '(' && c != ')' && c != '\0');
+}
+
+/// @param p after an opening quote.
+/// @return the position after the closing one; the terminator where it is missing.
+char* skipQuoted(char* p)
+{
+    for (; *p != '\0' && *p != '"'; ++p) {
+        if (*p == '\\' && *++p == '\0') return p;
+    }
+    return *p == '\0' ? p : p + 1;
+}
+
 /// Steps over the token at `p`: a byte, a quoted text, or a balanced bracket group.
 /// @return the position after it; the terminator where a quote or a bracket is left open; null at a stray ")".
 char* stepToken(char* p)
 {
-    if (*p == '\0') return p;
-    bool inQuote = false;
+    if (*p == '"') return skipQuoted(p + 1);
+    if (*p == ')') return nullptr;
+    if (*p != '(') return *p == '\0' ? p : p + 1;
     std::size_t depth = 0;
-    for (; *p != '\0'; ++p) {
-        if (inQuote) {
-            if (*p == '\\') {
-                if (p[1] == '\0') return p + 1;
-                ++p;
-            } else if (*p == '"') {
-                inQuote = false;
-                if (depth == 0) return p + 1;
-            }
-            continue;
-        }
-        if (*p == '"') {
-            inQuote = true;
-        } else if (*p == '(') {
+    for (;;) {
+        if (*p == '(') {
             ++depth;
         } else if (*p == ')') {
-            if (depth == 0) return nullptr;
             if (--depth == 0) return p + 1;
-        } else if (depth == 0) {
-            return p + 1;
+        } else if (*p == '"') {
+            p = skipQuoted(p + 1);
+            continue;
+        } else if (*p == '\0') {
+            return p;
         }
+        do ++p;
+        while (isPlain(*p));
     }
-    return p;
 }
 
 /// Decodes the quoted literal that begins after its opening quote, in place: it only gets shorter.
@@ -80,15 +88,17 @@ public:
     /// @param trace null when nobody looks.
     explicit Parser(const char* text, kxmap::ParseTrace* trace = nullptr) : text_(text), trace_(trace) {}
 
-    /// Fills a fresh node. @param depth the calls around it. @return null, or a message that the caller releases.
-    char* parse(Expression& node, char* s, int depth);
+    /// Fills a fresh node from the bytes up to `end`, where the terminator stands.
+    /// @param depth the calls around it.
+    /// @return null, or a message that the caller releases.
+    char* parse(Expression& node, char* s, char* end, int depth);
 
     /// Fills the arguments of `call`, whose function is set. @return as parse().
-    char* parseList(Expression& call, char* s, int depth);
+    char* parseList(Expression& call, char* s, char* end, int depth);
 
 private:
-    char* parseCall(Expression& node, char* s, char* end, kxmap::NodeSpan seen);
-    char* addArgument(Expression& call, char* argument, int depth);
+    char* parseCall(Expression& node, char* s, char* end, int depth, const kxmap::NodeSpan& seen);
+    char* addArgument(Expression& call, char* argument, char* end, int depth);
     char* checkArguments(const Expression& call, const char* list);
 
     kxmap::Span span(const char* begin, const char* end) const
@@ -102,12 +112,12 @@ private:
         return message;
     }
 
-    void note(kxmap::NodeSpan seen, kxmap::NodeSpan::Kind kind, const char* contentEnd)
+    void note(const kxmap::NodeSpan& seen, kxmap::NodeSpan::Kind kind, const char* contentEnd)
     {
         if (trace_ == nullptr) return;
-        seen.kind = kind;
-        seen.contentEnd = static_cast<std::size_t>(contentEnd - text_);
-        trace_->nodes.push_back(seen);
+        kxmap::NodeSpan& node = trace_->nodes.emplace_back(seen);
+        node.kind = kind;
+        node.contentEnd = static_cast<std::size_t>(contentEnd - text_);
     }
 
     const char* text_;
@@ -120,28 +130,25 @@ std::unique_ptr<Expression> parseRoot(const char* line, kxmap::ParseTrace* trace
 {
     auto root = std::make_unique<Expression>();
     root->func = &f_root;
-    const kxmap::CharArray copy(newdup(line));
-    failure.reset(Parser(copy.get(), trace).parseList(*root, copy.get(), 0));
+    std::string copy(line);
+    failure.reset(Parser(copy.data(), trace).parseList(*root, copy.data(), copy.data() + copy.size(), 0));
     if (failure) return nullptr;
     return root;
 }
 
-char* Parser::parse(Expression& node, char* s, int depth)
+char* Parser::parse(Expression& node, char* s, char* end, int depth)
 {
-    char* const raw = s;
-    char* const rawEnd = s + std::strlen(s);
-    s = kxmap::trimBlanks(s);
-    char* const end = s + std::strlen(s);
     kxmap::NodeSpan seen;
     seen.node = &node;
     seen.depth = depth;
-    seen.raw = span(raw, rawEnd);
+    seen.raw = span(s, end);
+    kxmap::trimBlanks(s, end);
     seen.text = span(s, end);
     if (s == end) {
         note(seen, kxmap::NodeSpan::Kind::Empty, end);
         return nullptr;
     }
-    if (end[-1] == ')') return parseCall(node, s, end, seen); // even where a quote comes first
+    if (end[-1] == ')') return parseCall(node, s, end, depth, seen); // even where a quote comes first
     if (*s != '"') {
         note(seen, kxmap::NodeSpan::Kind::Bare, end);
         node.text = newdup(s);
@@ -154,13 +161,14 @@ char* Parser::parse(Expression& node, char* s, int depth)
     return nullptr;
 }
 
-char* Parser::parseCall(Expression& node, char* s, char* end, kxmap::NodeSpan seen)
+char* Parser::parseCall(Expression& node, char* s, char* end, int depth, const kxmap::NodeSpan& seen)
 {
-    if (seen.depth >= kxmap::kMaxNesting) return fail(newdup(kxmap::kNestedTooDeeply), s, end);
-    end[-1] = '\0';
+    if (depth >= kxmap::kMaxNesting) return fail(newdup(kxmap::kNestedTooDeeply), s, end);
+    char* const listEnd = end - 1;
+    *listEnd = '\0';
     char* bracket = s;
     while (*bracket != '\0' && *bracket != '(') {
-        char* next = stepToken(bracket);
+        char* next = isPlain(*bracket) ? bracket + 1 : stepToken(bracket);
         if (next == nullptr) return fail(newdup(kxmap::kMismatchedBracket), bracket, bracket + 1);
         bracket = next;
     }
@@ -169,36 +177,36 @@ char* Parser::parseCall(Expression& node, char* s, char* end, kxmap::NodeSpan se
     node.func = kxmap::findFunction(s);
     if (node.func == nullptr) return fail(unknownFunction(s), s, bracket);
     note(seen, kxmap::NodeSpan::Kind::Call, bracket);
-    return parseList(node, bracket + 1, seen.depth + 1);
+    return parseList(node, bracket + 1, listEnd, depth + 1);
 }
 
-char* Parser::parseList(Expression& call, char* s, int depth)
+char* Parser::parseList(Expression& call, char* s, char* end, int depth)
 {
     const char* const list = s;
-    s = kxmap::trimBlanks(s);
-    if (*s == '\0') return checkArguments(call, list);
+    kxmap::trimBlanks(s, end);
+    if (s == end) return checkArguments(call, list);
 
     char* argument = s;
-    for (char* p = s; *p != '\0';) {
+    for (char* p = s; p != end;) {
         if (*p == ',') {
             *p = '\0';
-            if (char* message = addArgument(call, argument, depth)) return message;
+            if (char* message = addArgument(call, argument, p, depth)) return message;
             argument = ++p;
             // Deliberate: the step below swallows a comma that follows directly.
             if (*p == ',' && trace_ != nullptr) trace_->swallowed.push_back(static_cast<std::size_t>(p - text_));
         }
-        char* next = stepToken(p);
+        char* next = p != end && isPlain(*p) ? p + 1 : stepToken(p);
         if (next == nullptr) return fail(newdup(kxmap::kMismatchedBracket), p, p + 1);
         p = next;
     }
-    if (char* message = addArgument(call, argument, depth)) return message;
+    if (char* message = addArgument(call, argument, end, depth)) return message;
     return checkArguments(call, list);
 }
 
-char* Parser::addArgument(Expression& call, char* argument, int depth)
+char* Parser::addArgument(Expression& call, char* argument, char* end, int depth)
 {
     auto param = std::make_unique<Expression>();
-    if (char* message = parse(*param, argument, depth)) return message;
+    if (char* message = parse(*param, argument, end, depth)) return message;
     call.params.push_back(param.get());
     std::ignore = param.release(); // `params` owns it now
     return nullptr;
@@ -242,12 +250,12 @@ Expression* Expression::readCfgLine(const char* line)
 
 char* Expression::parse(char* s)
 {
-    return Parser(s).parse(*this, s, 0);
+    return Parser(s).parse(*this, s, s + std::strlen(s), 0);
 }
 
 char* Expression::parseParamList(char* s)
 {
-    return Parser(s).parseList(*this, s, 0);
+    return Parser(s).parseList(*this, s, s + std::strlen(s), 0);
 }
 
 std::unique_ptr<Expression> kxmap::ParseTrace::parse(const char* line)

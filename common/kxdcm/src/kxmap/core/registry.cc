@@ -7,7 +7,7 @@
 const FunctionDef* kxmap::findFunction(const char* name)
 {
     for (const FunctionDef* const* entry = funcList; *entry != nullptr; ++entry) {
-        if (std::strcmp((*entry)->name, name) == 0) return *entry;
+        if (*(*entry)->name == *name && std::strcmp((*entry)->name, name) == 0) return *entry;
     }
     return nullptr;
 }
