@@ -82,4 +82,29 @@ TEST(Lookups, refuseOtherNumbersOfArguments) // the parser never makes such call
     EXPECT_EQ(captured.text(), "");
 }
 
+// A search begins where the last one ended: from every element, and from beside every element, each is found.
+TEST(Lookups, everyElementIsFoundFromEverywhere)
+{
+    const auto dataset = sampleDataset();
+    std::vector<DcmTagKey> keys = {{0x0000, 0x0002}, {0xFFFC, 0xFFFC}};
+    for (unsigned long i = 0; i < dataset->card(); ++i) {
+        const DcmTag& tag = dataset->getElement(i)->getTag();
+        keys.push_back(tag);
+        keys.emplace_back(tag.getGroup(), static_cast<Uint16>(tag.getElement() + 1));
+    }
+    MappingSession session;
+    session.dataset = dataset.get();
+    const auto isFound = [&session](const DcmTagKey& key) {
+        return !evaluate(OFString("((" + key.toString().substr(1, 9) + "))").c_str(), session).isNull;
+    };
+    for (const DcmTagKey& from : keys) {
+        for (const DcmTagKey& to : keys) {
+            isFound(from);
+            ASSERT_EQ(isFound(to), static_cast<bool>(dataset->tagExists(to))) << from << to;
+        }
+    }
+    DcmDataset empty;
+    session.dataset = &empty;
+    EXPECT_FALSE(isFound(DCM_PatientName));
+}
 } // namespace

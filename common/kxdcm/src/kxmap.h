@@ -50,14 +50,13 @@ class Value {
 public:
     bool made;    ///< true once the text has been computed
     int refCount; ///< the number of holders
-    char* str;    ///< the text, owned, an array; null until made, and for good where there is none
+    char* str;    ///< the text, owned; null until made, and for good where there is none
 
     Value(const Value&) = delete;
     Value& operator=(const Value&) = delete;
     virtual ~Value();
 
-    /// Computes `str`; called once, by getString().
-    virtual void makeString();
+    virtual void makeString(); ///< Computes `str`; called once, by getString().
 
     /// Writes this value into an element.
     /// @param item holds `target`, or has refused it; may come to hold another element in its place. Not null.
@@ -80,10 +79,14 @@ class StringValue : public Value {
 public:
     /// @param s bytes to copy; null gives the empty text.
     StringValue(const char* s);
+    ~StringValue() override;
 
     /// Puts the text with `DcmElement::putString`, which splits it at "\" as the target's VR has it. A text that the VR
     /// cannot take leaves the element as DCMTK leaves it; nothing is reported.
     void assignTo(DcmItem* item, DcmElement* target) const override;
+
+private:
+    char short_[32]; ///< where `str` points when the text fits: most do, and need no array
 };
 
 /// An element of the dataset, or of an item in it.
@@ -224,8 +227,7 @@ public:
     /// Evaluates the tree. @return a reference that the caller owns; null for NULL.
     Value* getValue(MappingSession& session);
 
-    /// Writes the tree to standard output, as operator<< does, and flushes.
-    void print();
+    void print(); ///< Writes the tree to standard output, as operator<< does, and flushes.
 };
 
 /// Writes `name(argument,argument)` for a call, `"text"` without escapes for a literal, nothing for an empty node.
@@ -235,7 +237,6 @@ std::ostream& operator<<(std::ostream& out, const Expression& expression);
 class LVObject {
 public:
     virtual ~LVObject();
-
     /// Writes a value to the target. Nothing is reported; DCMTK's refusals leave the target as DCMTK left it.
     /// @param value borrowed; null for NULL, which deletes or clears the target.
     virtual void assignValue(MappingSession& session, Value* value) = 0;
@@ -281,8 +282,8 @@ public:
     void assignValue(MappingSession& session, Value* value) override;
 };
 
-/// Parses a left value, blanks and all.
-/// @return a target that the caller owns; null for a bad one, reported through error() where the form is known.
+/// Parses a left value, blanks and all. @return a target that the caller owns; null for a bad one, reported through
+/// error() where the form is known.
 LVObject* parseLV(std::string& text);
 
 /// Says whether the text from `start` on is a name and the terminator, and nothing after it. A name is one or more
@@ -325,8 +326,7 @@ public:
     /// are dropped, their errors reported through error().
     Mapping(FILE* file, const char* name);
 
-    /// Reads a text in memory, whose lines may be of any length.
-    Mapping(const char* text, const char* name);
+    Mapping(const char* text, const char* name); ///< Reads a text in memory, whose lines may be of any length.
     Mapping(const Mapping&) = delete;
     Mapping& operator=(const Mapping&) = delete;
     ~Mapping();
@@ -374,7 +374,7 @@ public:
     /// @return 0, whether there was one or not.
     int apply(const char* aeTitle, MappingSession& session);
 
-    /// Applies the pre or the post mapping. @return 0, whether there was one or not.
+    /// Applies the pre or the post mapping. @return as apply().
     int applyGlobal(GlobalMappingRule rule, MappingSession& session);
 
     /// Reads one global mapping.

@@ -22,6 +22,9 @@ public:
 
     Value* get() const { return value_; }
 
+    /// Lets go of what is held and takes over another reference.
+    void reset(Value* value) { drop(std::exchange(value_, value)); }
+
     /// Hands the reference on.
     Value* release() { return std::exchange(value_, nullptr); }
 

@@ -2,8 +2,8 @@
 // How an element is found: on one level by its tag, and through sequence items by a path.
 #include "kxmap/core/itempath.h"
 
+#include <dcmtk/dcmdata/dclist.h>
 #include <dcmtk/dcmdata/dcsequen.h>
-#include <dcmtk/dcmdata/dcstack.h>
 
 namespace {
 
@@ -23,13 +23,30 @@ DcmItem* itemAt(DcmSequenceOfItems& sequence, int number)
     return static_cast<DcmItem*>(item); // a sequence holds nothing but items
 }
 
+/// Opens what DcmItem shares with classes that are derived from it: DCMTK's own searches all begin at the first element
+/// and end at the last, and make a stack for what they find.
+struct ItemList : DcmItem {
+    static DcmList& of(DcmItem& item) { return *(item.*&ItemList::elementList); }
+};
+
 } // namespace
 
+// An item's elements are in the order of their tags, each tag once (`DcmItem::insert`), and its list remembers where it
+// was used last. Rules mostly write what they have just read, or what stands near it: so the way begins there, and ends
+// where the tag would have to be.
 DcmElement* kxmap::findElement(DcmItem& item, const DcmTagKey& key)
 {
-    DcmStack stack;
-    if (item.search(key, stack, ESM_fromHere, OFFalse).bad()) return nullptr;
-    return static_cast<DcmElement*>(stack.top()); // an item holds nothing but elements
+    DcmList& list = ItemList::of(item);
+    DcmObject* object = list.get(ELP_atpos);
+    if (object == nullptr) object = list.seek(ELP_first);
+    if (object == nullptr) return nullptr;
+
+    const bool isBefore = object->getTag() < key;
+    while (object != nullptr && object->getTag() != key) {
+        if ((object->getTag() < key) != isBefore) return nullptr;
+        object = list.seek(isBefore ? ELP_next : ELP_prev);
+    }
+    return static_cast<DcmElement*>(object); // an item holds nothing but elements
 }
 
 bool kxmap::holds(DcmItem& item, const DcmElement* element)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Finding an element on one level and putting one there, which every reader and writer of the dataset shares. The walk
+// Finding an element on one level, reading its text and putting one there, which all parts share. The walk
 // through sequence items is getParentItem() of kxmap.h.
 #pragma once
 
@@ -10,9 +10,12 @@
 
 namespace kxmap {
 
-/// Finds an element among the item's own (`DcmItem::search`, ESM_fromHere, not into sequences).
+/// Finds an element among the item's own, not into sequences, as `DcmItem::search` does with ESM_fromHere.
 /// @return the item's element; null when it has none of that tag.
 DcmElement* findElement(DcmItem& item, const DcmTagKey& key);
+
+/// @return the element's own text (`DcmElement::getString`); null where its VR has none, or it is empty.
+const char* elementText(DcmElement& element);
 
 /// Says whether an element stands in the item, on its own level. Allocates nothing.
 bool holds(DcmItem& item, const DcmElement* element);

@@ -20,14 +20,6 @@ char* newdup(const char* text)
 
 namespace {
 
-/// @return the element's own text; null where its VR has none, or it is empty.
-const char* elementText(DcmElement& element)
-{
-    char* text = nullptr;
-    std::ignore = element.getString(text); // a VR without text leaves null, which is the answer
-    return text;
-}
-
 /// Written when the level is on: `"text"`, or (NULL).
 struct Quoted {
     const char* text;
@@ -62,6 +54,13 @@ void replaceByCopy(DcmItem& item, DcmElement& target, DcmElement& source)
 
 } // namespace
 
+const char* kxmap::elementText(DcmElement& element)
+{
+    char* text = nullptr;
+    std::ignore = element.getString(text); // a VR without text leaves null, which is the answer
+    return text;
+}
+
 Value::Value() : made(false), refCount(1), str(nullptr) {}
 
 Value::~Value()
@@ -87,7 +86,14 @@ Value::operator DcmElement*() const
 
 StringValue::StringValue(const char* s)
 {
-    str = newdup(s == nullptr ? "" : s);
+    if (s == nullptr) s = "";
+    const std::size_t bytes = std::strlen(s) + 1;
+    str = bytes <= sizeof short_ ? static_cast<char*>(std::memcpy(short_, s, bytes)) : newdup(s);
+}
+
+StringValue::~StringValue()
+{
+    if (str == short_) str = nullptr; // no array, which the base would release
 }
 
 void StringValue::assignTo(DcmItem* /*item*/, DcmElement* target) const
@@ -101,7 +107,7 @@ TagValue::TagValue(DcmElement* source) : element(source) {}
 void TagValue::makeString()
 {
     if (element == nullptr) return;
-    const char* text = elementText(*element);
+    const char* text = kxmap::elementText(*element);
     const kxmap::CharArray old(std::exchange(str, nullptr));
     str = newdup(text == nullptr ? "" : text);
 }
@@ -111,12 +117,12 @@ void TagValue::assignTo(DcmItem* item, DcmElement* target) const
     if (element == nullptr) return;
     if (logger.isEnabledFor(OFLogger::DEBUG_LOG_LEVEL)) {
         // Read before the event is begun: DCMTK may log while it reads, and both would share one stream.
-        const Quoted text{elementText(*element)};
+        const Quoted text{kxmap::elementText(*element)};
         OFLOG_DEBUG(logger, "Applying " << text);
     }
     if (element == target) return;
     if (element->getTag().getEVR() == target->getTag().getEVR()) return replaceByCopy(*item, *target, *element);
-    std::ignore = target->putString(elementText(*element)); // null clears; refusals leave the element as it is
+    std::ignore = target->putString(kxmap::elementText(*element)); // null clears; refusals leave the element as it is
 }
 
 TagValue::operator DcmElement*() const

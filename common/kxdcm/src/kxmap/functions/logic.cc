@@ -4,7 +4,8 @@
 
 #include "kxmap/functions/operands.h"
 
-using kxmap::keep;
+using kxmap::Arguments;
+using kxmap::Operand;
 using kxmap::truth;
 
 // NULL(): NULL.
@@ -16,9 +17,8 @@ Value* NULL_getValue(MappingSession& /*session*/, std::list<Expression*>& /*para
 // or(a, b, ...): the first that is not NULL, itself. Those after it are not evaluated.
 Value* or_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    for (std::size_t i = 0; i < params.size(); ++i, args.Next()) {
-        if (Value* value = args.GetAt()) return keep(value);
+    for (Arguments arguments(session, params); !arguments.isAtEnd();) {
+        if (Value* value = arguments.nextValue()) return value;
     }
     return nullptr;
 }
@@ -26,9 +26,8 @@ Value* or_getValue(MappingSession& session, std::list<Expression*>& params)
 // and(a, b, ...): "true" when none is NULL. Those after the first NULL are not evaluated.
 Value* and_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    for (std::size_t i = 0; i < params.size(); ++i, args.Next()) {
-        if (args.GetAt() == nullptr) return nullptr;
+    for (Arguments arguments(session, params); !arguments.isAtEnd();) {
+        if (arguments.next().isNull()) return nullptr;
     }
     return truth(true);
 }
@@ -36,26 +35,23 @@ Value* and_getValue(MappingSession& session, std::list<Expression*>& params)
 // not(a): "true" for NULL, else NULL.
 Value* not_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    return truth(args.GetAt() == nullptr);
+    return truth(Arguments(session, params).next().isNull());
 }
 
 // equals(a, b): "true" when the texts are the same to the byte, or both are NULL. Both are always evaluated.
 Value* equals_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    Value* a = args.GetAt();
-    args.Next();
-    Value* b = args.GetAt();
+    Arguments arguments(session, params);
+    Operand a = arguments.next();
+    Operand b = arguments.next();
     return truth(kxmap::sameText(a, b));
 }
 
 // if(condition, then, otherwise): the one or the other, itself. The branch not taken is not evaluated.
 Value* if_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    const bool isTrue = args.GetAt() != nullptr;
-    args.Next();
-    if (!isTrue) args.Next();
-    return keep(args.GetAt());
+    Arguments arguments(session, params);
+    const bool isTrue = !arguments.next().isNull();
+    if (!isTrue) arguments.skip();
+    return arguments.nextValue();
 }

@@ -5,33 +5,34 @@
 
 #include "kxmap/core/itempath.h"
 #include "kxmap/core/numbers.h"
+#include "kxmap/functions/lookups.h"
 #include "kxmap/functions/operands.h"
 
+using kxmap::Arguments;
+using kxmap::Operand;
 using kxmap::textOf;
 
 namespace {
 
-Value* elementValue(DcmItem* item, unsigned int group, unsigned int element)
+DcmElement* findIn(DcmItem* item, unsigned int group, unsigned int element)
 {
     if (item == nullptr) return nullptr;
-    DcmElement* found = kxmap::findElement(*item, {static_cast<Uint16>(group), static_cast<Uint16>(element)});
-    return found == nullptr ? nullptr : new TagValue(found);
+    return kxmap::findElement(*item, {static_cast<Uint16>(group), static_cast<Uint16>(element)});
 }
 
 /// @param groupText null for NULL, and so is the other.
-Value* taggedValue(MappingSession& session, const char* groupText, const char* elementText)
+DcmElement* findTag(MappingSession& session, const char* groupText, const char* elementText)
 {
     unsigned int group = 0;
     unsigned int element = 0;
     if (groupText == nullptr || !kxmap::readHex4(groupText, group)) return nullptr;
     if (elementText == nullptr || !kxmap::readHex4(elementText, element)) return nullptr;
-    return elementValue(session.dataset, group, element);
+    return findIn(session.dataset, group, element);
 }
 
-/// The everyday tag reference is two literals, whose texts can be read where they stand, without values to hold them.
-bool isLiteral(const Expression& node)
+Value* valueOf(DcmElement* element)
 {
-    return node.text != nullptr;
+    return element == nullptr ? nullptr : new TagValue(element);
 }
 
 /// Reads one piece of a sequence path: two tag components, then an item number, and again.
@@ -51,25 +52,34 @@ template <typename Lookup>
 Value* named(MappingSession& session, std::list<Expression*>& params, Lookup lookup)
 {
     if (params.size() != 1) return nullptr;
-    SArgs args(session, params);
-    const char* name = textOf(args.GetAt());
+    Operand operand = Arguments(session, params).next();
+    const char* name = operand.text();
     const char* found = name == nullptr ? nullptr : lookup(name);
     return found == nullptr ? nullptr : new StringValue(found);
 }
 
 } // namespace
 
+bool kxmap::isPlainTag(const std::list<Expression*>& params)
+{
+    return params.size() == 2 && params.front()->text != nullptr && params.back()->text != nullptr;
+}
+
+DcmElement* kxmap::findPlainTag(MappingSession& session, const std::list<Expression*>& params)
+{
+    return findTag(session, params.front()->text, params.back()->text);
+}
+
 // (value): value itself. (group, element): that element of the dataset, NULL where it has none or a component is NULL
 // or no hexadecimal number.
 Value* empty_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    if (params.size() == 2 && isLiteral(*params.front()) && isLiteral(*params.back()))
-        return taggedValue(session, params.front()->text, params.back()->text);
+    if (params.size() == 1) return Arguments(session, params).nextValue();
+    if (kxmap::isPlainTag(params)) return valueOf(kxmap::findPlainTag(session, params));
     SArgs args(session, params);
-    Value* first = args.GetAt();
-    if (params.size() == 1) return kxmap::keep(first);
+    const char* group = textOf(args.GetAt());
     args.Next();
-    return taggedValue(session, textOf(first), textOf(args.GetAt()));
+    return valueOf(findTag(session, group, textOf(args.GetAt())));
 }
 
 // $(name): the temporary variable's text; "@" in front reads those that outlive a mapping.
@@ -98,5 +108,5 @@ Value* seq_getValue(MappingSession& session, std::list<Expression*>& params)
     }
     if (!isPath) return nullptr;
     DcmItem* item = getParentItem(path, session.dataset);
-    return elementValue(item, static_cast<unsigned int>(path.front()), static_cast<unsigned int>(path.back()));
+    return valueOf(findIn(item, static_cast<unsigned int>(path.front()), static_cast<unsigned int>(path.back())));
 }

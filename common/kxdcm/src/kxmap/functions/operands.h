@@ -1,8 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What evaluators share: an operand's text, handing an operand on, and the two truth values.
+// What evaluators share: an operand and its text, handing an operand on, and the two truth values.
 #pragma once
 
 #include "kxmap.h"
+
+#include "kxmap/core/guards.h"
 
 #include <cstring>
 
@@ -21,12 +23,65 @@ inline Value* keep(Value* value)
     return value;
 }
 
+/// One evaluated argument. Literals and elements, which most arguments are, are read where they stand: a value is made
+/// of them only when it is handed on.
+class Operand {
+public:
+    /// NULL.
+    Operand() : value_(nullptr) {}
+
+    /// Evaluates. @param node borrowed, and so is what is read from it.
+    Operand(MappingSession& session, Expression& node);
+
+    bool isNull() const { return element_ == nullptr && literal_ == nullptr && value_.get() == nullptr; }
+
+    /// @return the text, valid as long as this operand; null for NULL and for a value without text.
+    const char* text();
+
+    /// @return one reference for the caller; null for NULL. The operand is empty afterwards.
+    Value* release();
+
+private:
+    const char* literal_ = nullptr; ///< the literal's, or the element's text once asked for
+    DcmElement* element_ = nullptr;
+    ValueRef value_;
+};
+
+/// Goes through the arguments of a call once, for evaluators that let go of each when they are done with it. SArgs is for
+/// those that need every argument as a value.
+class Arguments {
+public:
+    Arguments(MappingSession& session, std::list<Expression*>& params)
+        : session_(session), current_(params.begin()), end_(params.end())
+    {
+    }
+
+    bool isAtEnd() const { return current_ == end_; }
+
+    /// Evaluates the next argument; NULL past the last one.
+    Operand next() { return isAtEnd() ? Operand() : Operand(session_, **current_++); }
+
+    /// Evaluates the next argument for the evaluator's caller. @return one reference; null for NULL and past the last.
+    Value* nextValue() { return isAtEnd() ? nullptr : (*current_++)->getValue(session_); }
+
+    /// Passes over an argument without evaluating it.
+    void skip()
+    {
+        if (!isAtEnd()) ++current_;
+    }
+
+private:
+    MappingSession& session_;
+    std::list<Expression*>::iterator current_;
+    std::list<Expression*>::iterator end_;
+};
+
 /// Whether both are NULL, or both are values of the same text, to the byte. Without text equals without text.
-inline bool sameText(Value* a, Value* b)
+inline bool sameText(Operand& a, Operand& b)
 {
-    if (a == nullptr || b == nullptr) return a == b;
-    const char* textA = a->getString();
-    const char* textB = b->getString();
+    if (a.isNull() || b.isNull()) return a.isNull() == b.isNull();
+    const char* textA = a.text();
+    const char* textB = b.text();
     if (textA == nullptr || textB == nullptr) return textA == textB;
     return std::strcmp(textA, textB) == 0;
 }

@@ -13,17 +13,17 @@
 #include <cstring>
 #include <stdexcept>
 
-using kxmap::keep;
+using kxmap::Arguments;
+using kxmap::Operand;
 using kxmap::textOf;
 
 namespace {
 
 Value* recased(MappingSession& session, std::list<Expression*>& params, char (*convert)(char))
 {
-    SArgs args(session, params);
-    Value* value = args.GetAt();
-    if (value == nullptr) return nullptr;
-    const char* text = textOf(value);
+    Operand operand = Arguments(session, params).next();
+    if (operand.isNull()) return nullptr;
+    const char* text = operand.text();
     if (text == nullptr) throw std::logic_error(kxmap::kNoText);
     std::string copy(text);
     std::transform(copy.begin(), copy.end(), copy.begin(), convert);
@@ -36,26 +36,24 @@ Value* recased(MappingSession& session, std::list<Expression*>& params, char (*c
 // An operand without text counts as empty. NULL beyond 2 GiB.
 Value* concat_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    std::size_t total = 0;
-    for (std::size_t i = 0; i < params.size(); ++i, args.Next()) {
-        if (const char* text = textOf(args.GetAt())) total += std::strlen(text);
-    }
-    if (total == 0 || total > kxmap::kMaxJoinedBytes) return nullptr;
-
     std::string joined;
-    joined.reserve(total);
-    for (Value* value : args.values) {
-        if (const char* text = textOf(value)) joined += text;
+    bool isTooLong = false;
+    for (Arguments arguments(session, params); !arguments.isAtEnd();) {
+        Operand operand = arguments.next();
+        const char* text = operand.text();
+        const std::size_t bytes = text == nullptr ? 0 : std::strlen(text);
+        isTooLong = isTooLong || bytes > kxmap::kMaxJoinedBytes - joined.size();
+        if (!isTooLong) joined.append(text == nullptr ? "" : text, bytes);
     }
+    if (joined.empty() || isTooLong) return nullptr;
     return new StringValue(joined.c_str());
 }
 
 // strlen(text): its bytes.
 Value* strlen_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    const char* text = textOf(args.GetAt());
+    Operand operand = Arguments(session, params).next();
+    const char* text = operand.text();
     if (text == nullptr) return nullptr;
     return new StringValue(std::to_string(std::strlen(text)).c_str());
 }
@@ -63,27 +61,27 @@ Value* strlen_getValue(MappingSession& session, std::list<Expression*>& params)
 // contains(text, wanted): wanted itself when it occurs in text, else NULL. Without a text wanted is not evaluated.
 Value* contains_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    Value* value = args.GetAt();
-    if (value == nullptr) return nullptr;
-    args.Next();
-    Value* wanted = args.GetAt();
-    const char* text = textOf(value);
-    const char* wantedText = textOf(wanted);
+    Arguments arguments(session, params);
+    Operand operand = arguments.next();
+    if (operand.isNull()) return nullptr;
+    Operand wanted = arguments.next();
+    const char* text = operand.text();
+    const char* wantedText = wanted.text();
     if (text == nullptr || wantedText == nullptr || std::strstr(text, wantedText) == nullptr) return nullptr;
-    return keep(wanted);
+    return wanted.release();
 }
 
 // indexof(text, wanted): the offset of its first occurrence, from 0; "-1" when there is none; NULL when one is NULL.
 Value* indexof_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    const char* text = textOf(args.GetAt());
+    Arguments arguments(session, params);
+    Operand operand = arguments.next();
+    const char* text = operand.text();
     if (text == nullptr) return nullptr;
-    args.Next();
-    const char* wanted = textOf(args.GetAt());
-    if (wanted == nullptr) return nullptr;
-    const char* found = std::strstr(text, wanted);
+    Operand wanted = arguments.next();
+    const char* wantedText = wanted.text();
+    if (wantedText == nullptr) return nullptr;
+    const char* found = std::strstr(text, wantedText);
     return new StringValue(found == nullptr ? "-1" : std::to_string(found - text).c_str());
 }
 

@@ -54,8 +54,8 @@ static_assert(std::size(funcList) == 30);
 // assign_to_lvalue(value): value. assign_to_lvalue(text, separator, n): split of the three.
 Value* root_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    Value* first = args.GetAt();
-    if (params.size() == 1) return kxmap::keep(first);
-    return split_getValue(session, params); // deliberate: the text is evaluated twice, here and in there
+    kxmap::Arguments arguments(session, params);
+    if (params.size() == 1) return arguments.nextValue();
+    const kxmap::Operand first = arguments.next(); // deliberate: evaluated twice, here and in there
+    return split_getValue(session, params);
 }
