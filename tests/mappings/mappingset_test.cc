@@ -199,4 +199,33 @@ TEST(MappingSet, applying)
     EXPECT_EQ(without.applyGlobal(GlobalPost, session), 0);
     EXPECT_THAT(log.messages(), ElementsAre("No global 'Pre' mapping to apply", "No global 'Post' mapping to apply"));
 }
+
+TEST(MappingSet, titlesAreFoundAmongManyAndInAChangedList)
+{
+    const std::string longName(127, 'L'); // two files are cut to this name: the first one loaded serves it
+    const ServerFolder server({"A.map", "B.map", "C.map", (longName + "1.map").c_str(), (longName + "2.map").c_str()});
+    MappingSet set;
+    const auto applied = [&set](const std::string& title) {
+        MappingSession session;
+        set.apply(title.c_str(), session);
+        const char* from = session.customFields.getFieldValue("from");
+        return std::string(from == nullptr ? "-" : from);
+    };
+    std::string firstLong;
+    for (Mapping* mapping : set.mappings) {
+        if (firstLong.empty() && mapping->name == longName) firstLong = sourceOf(mapping).substr(longName.size() + 6);
+    }
+    EXPECT_EQ(applied(longName), firstLong);
+    for (const char* title : {"A", "B", "C"}) EXPECT_EQ(applied(title), std::string(title) + ".map");
+    EXPECT_EQ(applied("D"), "-");
+
+    set.mappings.push_back(new Mapping("USER(from)=added", "D"));
+    EXPECT_EQ(applied("D"), "added");
+    EXPECT_EQ(applied("B"), "B.map");
+    while (!set.mappings.empty()) {
+        delete set.mappings.front();
+        set.mappings.pop_front();
+    }
+    EXPECT_EQ(applied("A"), "-");
+}
 } // namespace

@@ -20,6 +20,7 @@
 #include <iosfwd>
 #include <list>
 #include <map>
+#include <memory>
 #include <string>
 
 class Expression;
@@ -384,9 +385,12 @@ public:
     static Mapping* readGlobal(const std::string& directory, const std::string& name, bool outbound, std::string& path);
 
 private:
-    struct Empty {};
-    explicit MappingSet(Empty);
+    struct Index;
+    explicit MappingSet(std::unique_ptr<Index> index);
     void load(const std::string& path, const char* name);
+    Mapping* find(const char* aeTitle) const;
+
+    std::unique_ptr<Index> index_; ///< where in `mappings` a title is
 };
 
 /// Checks a mapping file line by line, up to the first bad one, and applies nothing. Empties `errorlogs` first.

@@ -4,10 +4,14 @@
 
 #include "kxmap/mappings/lines.h"
 
+#include <algorithm>
 #include <cstdlib>
 #include <cstring>
+#include <functional>
+#include <iterator>
 #include <string_view>
 #include <tuple>
+#include <unordered_map>
 
 namespace {
 
@@ -29,10 +33,22 @@ std::unique_ptr<Mapping> readMapping(const std::string& path, const char* name)
 
 } // namespace
 
-MappingSet::MappingSet(Empty) : pre(nullptr), post(nullptr) {}
+/// Finds titles without comparing all of them. It is left aside when a server has made the list longer or shorter since
+/// it was loaded.
+struct MappingSet::Index {
+    struct Hash {
+        using is_transparent = void;
+        std::size_t operator()(std::string_view title) const { return std::hash<std::string_view>()(title); }
+    };
+
+    std::unordered_map<std::string, std::list<Mapping*>::const_iterator, Hash, std::equal_to<>> places;
+    std::size_t listed = 0; ///< mappings seen, those among them whose title was there already
+};
+
+MappingSet::MappingSet(std::unique_ptr<Index> index) : pre(nullptr), post(nullptr), index_(std::move(index)) {}
 
 // Both readers run on an object that already counts as made, so that an exception on the way destroys what they hold.
-MappingSet::MappingSet() : MappingSet(Empty{})
+MappingSet::MappingSet() : MappingSet(std::make_unique<Index>())
 {
     const std::string directory = mappingsDirectory();
     const kxmap::DirHandle listing(::opendir(directory.c_str()));
@@ -49,7 +65,7 @@ MappingSet::MappingSet() : MappingSet(Empty{})
     post = readMapping(directory + "/global/post.map", "post").release();
 }
 
-MappingSet::MappingSet(bool outbound, const char* aeTitle, bool globals) : MappingSet(Empty{})
+MappingSet::MappingSet(bool outbound, const char* aeTitle, bool globals) : MappingSet(std::make_unique<Index>())
 {
     const std::string directory = mappingsDirectory() + '/';
     if (globals) {
@@ -74,6 +90,20 @@ void MappingSet::load(const std::string& path, const char* name)
     if (!mapping) return;
     mappings.push_back(mapping.get());
     std::ignore = mapping.release(); // the list owns it now
+    ++index_->listed;
+    index_->places.emplace(mappings.back()->name, std::prev(mappings.end())); // the first of a title stays
+}
+
+Mapping* MappingSet::find(const char* aeTitle) const
+{
+    const auto isWanted = [aeTitle](const Mapping* mapping) { return std::strcmp(mapping->name, aeTitle) == 0; };
+    if (mappings.size() == index_->listed) {
+        const auto place = index_->places.find(std::string_view(aeTitle));
+        if (place == index_->places.end()) return nullptr;
+        if (isWanted(*place->second)) return *place->second;
+    }
+    const auto found = std::ranges::find_if(mappings, isWanted);
+    return found == mappings.end() ? nullptr : *found;
 }
 
 Mapping* MappingSet::readGlobal(const std::string& directory, const std::string& name, bool outbound, std::string& path)
@@ -85,14 +115,12 @@ Mapping* MappingSet::readGlobal(const std::string& directory, const std::string&
 int MappingSet::apply(const char* aeTitle, MappingSession& session)
 {
     OFLOG_DEBUG(logger, "Search for mapping for AEtitle " << aeTitle);
-    for (Mapping* mapping : mappings) {
-        if (std::strcmp(mapping->name, aeTitle) != 0) continue;
-        OFLOG_DEBUG(logger, "Found mapping for AEtitle " << aeTitle);
-        const int result = mapping->apply(session);
-        OFLOG_DEBUG(logger, "Done applying mapping for AEtitle " << aeTitle);
-        return result;
-    }
-    return 0;
+    Mapping* mapping = find(aeTitle);
+    if (mapping == nullptr) return 0;
+    OFLOG_DEBUG(logger, "Found mapping for AEtitle " << aeTitle);
+    const int result = mapping->apply(session);
+    OFLOG_DEBUG(logger, "Done applying mapping for AEtitle " << aeTitle);
+    return result;
 }
 
 int MappingSet::applyGlobal(GlobalMappingRule rule, MappingSession& session)
