@@ -1,0 +1,76 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// What a rule costs on a dataset, beside the same edit by hand and by script.
+#include "datasets.h"
+#include "edits.h"
+#include "sets.h"
+
+#include "kxmap.h"
+
+#include <benchmark/benchmark.h>
+
+#include <chrono>
+#include <vector>
+
+namespace {
+
+constexpr std::size_t kCtImage = 0; // stands for the real image where a number of elements is asked
+constexpr std::size_t kCopies = 8;  // few enough for the processor's cache, enough to hide the clock's own cost
+
+/// Times `edit` over a few copies, which are put back as they were while the clock stands. Reports nanoseconds a rule.
+template <typename Edit>
+void overCopies(benchmark::State& state, Edit edit, int rules = bench::kEdits)
+{
+    const auto elements = static_cast<std::size_t>(state.range(0));
+    const auto original = elements == kCtImage ? bench::loadCtImage() : bench::makeDataset(elements);
+    std::vector<DcmDataset> copies(kCopies, *original);
+    double seconds = 0;
+    while (state.KeepRunningBatch(kCopies)) {
+        for (DcmDataset& copy : copies) bench::restore(copy, *original);
+        const auto begin = std::chrono::steady_clock::now();
+        for (DcmDataset& copy : copies) edit(copy);
+        const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
+        state.SetIterationTime(took.count());
+        seconds += took.count();
+    }
+    state.counters["ns/rule"] = seconds * 1e9 / static_cast<double>(state.iterations()) / rules;
+}
+
+void rules(benchmark::State& state)
+{
+    Mapping mapping(bench::kRules, "bench");
+    overCopies(state, [&mapping](DcmDataset& dataset) { bench::apply(mapping, dataset); });
+}
+
+void inPlace(benchmark::State& state)
+{
+    overCopies(state, [](DcmDataset& dataset) { bench::editInPlace(dataset); });
+}
+
+void direct(benchmark::State& state)
+{
+    overCopies(state, [](DcmDataset& dataset) { bench::editDirectly(dataset); });
+}
+
+void lua(benchmark::State& state)
+{
+    bench::LuaEdits edits;
+    overCopies(state, [&edits](DcmDataset& dataset) { edits.edit(dataset); });
+}
+
+void searchAndPutAlone(benchmark::State& state)
+{
+    overCopies(state, [](DcmDataset& dataset) { bench::searchAndPut(dataset); });
+}
+
+void sizes(benchmark::internal::Benchmark* benchmark)
+{
+    benchmark->ArgName("elements")->Arg(60)->Arg(600)->Arg(6000)->Arg(kCtImage)->UseManualTime();
+}
+
+BENCHMARK(searchAndPutAlone)->Apply(sizes);
+BENCHMARK(inPlace)->Apply(sizes);
+BENCHMARK(rules)->Apply(sizes);
+BENCHMARK(direct)->Apply(sizes);
+BENCHMARK(lua)->Apply(sizes);
+
+} // namespace
