@@ -4,6 +4,7 @@
 #pragma once
 
 #include "kxmap.h"
+#include "support/sample.h"
 
 #include <dcmtk/dcmdata/dctk.h>
 #include <gtest/gtest.h>
@@ -83,9 +84,6 @@ public:
 private:
     std::filesystem::path path_;
 };
-
-/// One study of a person, see the definition for its elements.
-std::unique_ptr<DcmDataset> sampleDataset();
 
 /// @return the element's text on this level, "" for one without a text form, "-" when it is absent.
 std::string textOf(DcmItem& item, DcmTagKey key);
