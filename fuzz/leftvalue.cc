@@ -102,14 +102,47 @@ DcmElement* elementOf(DcmDataset& dataset, Uint16 group, Uint16 element)
     return isThere ? static_cast<DcmElement*>(stack.top()) : nullptr;
 }
 
-void requireGone(LVDicomTag& target, MappingSession& session)
+/// @return the element that a target stands for; null while there is none.
+DcmElement* elementOf(const LVObject& target, DcmDataset& dataset)
 {
-    DcmItem* item = session.dataset;
-    if (const auto* path = dynamic_cast<const LVSeqDicomTag*>(&target)) {
+    const auto* tag = dynamic_cast<const LVDicomTag*>(&target);
+    if (tag == nullptr) return nullptr;
+    DcmItem* item = &dataset;
+    if (const auto* path = dynamic_cast<const LVSeqDicomTag*>(tag)) {
         std::list<int> way = path->path;
         item = getParentItem(way, item);
     }
-    require(item == nullptr || !item->tagExists(target.tag), "NULL deletes");
+    DcmStack stack;
+    const bool isThere = item != nullptr && item->search(tag->tag, stack, ESM_fromHere, OFFalse).good();
+    return isThere ? static_cast<DcmElement*>(stack.top()) : nullptr;
+}
+
+/// An element's value in words, binary ones too.
+std::string valueOf(DcmElement& element)
+{
+    if (!element.isLeaf()) return std::to_string(static_cast<DcmSequenceOfItems&>(element).card()) + " items";
+    OFString text;
+    return element.getOFStringArray(text).good() ? text.c_str() : "";
+}
+
+/// Gives an element to a target; where the VRs are the same, it must have the same value then.
+void assignElement(LVObject& target, MappingSession& session, DcmElement& source)
+{
+    const std::string expected = valueOf(source);
+    const DcmEVR vr = source.getTag().getEVR();
+    const kxfuzz::ValueOwner value(new TagValue(&source));
+    target.assignValue(session, value.value);
+    require(value.value->refCount == 1, "a target keeps no reference");
+    DcmElement* now = elementOf(target, *session.dataset);
+    require(now == nullptr || now->getTag().getEVR() != vr || valueOf(*now) == expected, "the same VR is copied");
+}
+
+/// What is left of a dataset without that which a target may have changed.
+std::optional<std::string> untouched(const DcmDataset& dataset, const LVObject& target)
+{
+    DcmDataset rest(dataset);
+    kxfuzz::removeTarget(rest, target);
+    return kxfuzz::written(rest, EXS_LittleEndianExplicit);
 }
 
 void checkWriting(LVObject& target)
@@ -123,14 +156,13 @@ void checkWriting(LVObject& target)
                                  DcmTagKey(0x0009, 0x1002), DcmTagKey(0x0040, 0x0275)}) {
         DcmElement* source = elementOf(*dataset, key.getGroup(), key.getElement());
         if (source == nullptr) continue; // was the target, and made way
-        const kxfuzz::ValueOwner value(new TagValue(source));
-        target.assignValue(session, value.value);
-        require(value.value->refCount == 1, "a target keeps no reference");
+        assignElement(target, session, *source);
     }
     kxfuzz::requireReadsBack(*dataset, EXS_LittleEndianExplicit);
 
     target.assignValue(session, nullptr);
-    if (auto* tag = dynamic_cast<LVDicomTag*>(&target)) requireGone(*tag, session);
+    require(elementOf(target, *dataset) == nullptr, "NULL deletes");
+    require(untouched(*dataset, target) == untouched(*kxfuzz::sampleCopy(), target), "all else stays to the byte");
     if (const auto* variable = dynamic_cast<const LVTempVar*>(&target)) {
         require(session.getVariable(variable->name.c_str()) == nullptr, "NULL clears a variable");
         target.assignValue(session, text.value);

@@ -2,6 +2,7 @@
 // The fuzz targets' shared ground.
 #include "support/harness.h"
 
+#include "KXItem.h"
 #include "support/sample.h"
 
 #include <dcmtk/dcmdata/dcistrmb.h>
@@ -11,7 +12,7 @@
 #include <algorithm>
 #include <cstdio>
 #include <cstdlib>
-#include <cstring>
+#include <iterator>
 #include <tuple>
 #include <unistd.h>
 #include <vector>
@@ -53,17 +54,6 @@ std::size_t weight(Value* value)
     if (DcmElement* element = *value; element != nullptr && !element->isLeaf())
         return element->calcElementLength(EXS_LittleEndianExplicit, EET_ExplicitLength);
     return std::string_view(value->getString()).size();
-}
-
-OFCondition readInto(DcmDataset& dataset, std::string_view bytes, E_TransferSyntax syntax)
-{
-    DcmInputBufferStream stream;
-    stream.setBuffer(bytes.data(), static_cast<offile_off_t>(bytes.size()));
-    stream.setEos();
-    dataset.transferInit();
-    const OFCondition result = dataset.read(stream, syntax);
-    dataset.transferEnd();
-    return result;
 }
 
 } // namespace
@@ -143,14 +133,13 @@ std::optional<std::string> kxfuzz::written(DcmDataset& dataset, E_TransferSyntax
 std::unique_ptr<DcmDataset> kxfuzz::read(std::string_view bytes, E_TransferSyntax syntax)
 {
     auto dataset = std::make_unique<DcmDataset>();
-    return readInto(*dataset, bytes, syntax).good() ? std::move(dataset) : nullptr;
-}
-
-std::unique_ptr<DcmDataset> kxfuzz::readAnyhow(std::string_view bytes, E_TransferSyntax syntax)
-{
-    auto dataset = std::make_unique<DcmDataset>();
-    std::ignore = readInto(*dataset, bytes, syntax); // what was read before a fault is what is asked for
-    return dataset;
+    DcmInputBufferStream stream;
+    stream.setBuffer(bytes.data(), static_cast<offile_off_t>(bytes.size()));
+    stream.setEos();
+    dataset->transferInit();
+    const OFCondition result = dataset->read(stream, syntax);
+    dataset->transferEnd();
+    return result.good() ? std::move(dataset) : nullptr;
 }
 
 void kxfuzz::requireReadsBack(DcmDataset& dataset, E_TransferSyntax syntax)
@@ -160,6 +149,17 @@ void kxfuzz::requireReadsBack(DcmDataset& dataset, E_TransferSyntax syntax)
     const std::unique_ptr<DcmDataset> again = read(*first, syntax);
     require(again != nullptr, "what was written can be read");
     require(written(*again, syntax) == first, "what was read is written to the same bytes");
+}
+
+void kxfuzz::removeTarget(DcmDataset& dataset, const LVObject& target)
+{
+    const auto* tag = dynamic_cast<const LVDicomTag*>(&target);
+    if (tag == nullptr) return;
+    DcmTagKey key = tag->tag;
+    if (const auto* path = dynamic_cast<const LVSeqDicomTag*>(tag))
+        key.set(static_cast<Uint16>(path->path.front()), static_cast<Uint16>(*std::next(path->path.begin())));
+    for (const DcmTagKey& gone : {key, DcmTagKey(KXItem::kGroup, KXItem::kCreatorElement)})
+        std::unique_ptr<DcmElement>(dataset.remove(gone)).reset();
 }
 
 bool kxfuzz::isConstant(const Expression& expression)

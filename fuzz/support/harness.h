@@ -44,11 +44,12 @@ std::optional<std::string> written(DcmDataset& dataset, E_TransferSyntax syntax)
 /// Reads a dataset. @return null when DCMTK finds fault with the bytes.
 std::unique_ptr<DcmDataset> read(std::string_view bytes, E_TransferSyntax syntax);
 
-/// Reads what DCMTK makes of the bytes before it finds fault with them, if it does.
-std::unique_ptr<DcmDataset> readAnyhow(std::string_view bytes, E_TransferSyntax syntax);
-
 /// Requires that a dataset can be written, read back, and written again to the same bytes.
 void requireReadsBack(DcmDataset& dataset, E_TransferSyntax syntax);
+
+/// Takes out of a dataset what a rule with that left side may have changed: the element, the whole sequence that a path
+/// begins with, the private creator that the server's own elements bring along.
+void removeTarget(DcmDataset& dataset, const LVObject& target);
 
 /// Says whether a tree gives the same text whatever the session holds: no tag reference, variable, custom field,
 /// sequence look-up or random number in it.
