@@ -66,6 +66,12 @@ extern "C" const char* __asan_default_options()
     return "allocator_may_return_null=1:max_allocation_size_mb=32:detect_stack_use_after_return=1";
 }
 
+extern "C" const char* __ubsan_default_options(); // NOLINT(bugprone-reserved-identifier): named by the sanitizer
+extern "C" const char* __ubsan_default_options()
+{
+    return "print_stacktrace=1";
+}
+
 void kxfuzz::begin(std::size_t inputBytes)
 {
     static const bool isSilent = (silenceProcess(), true);
