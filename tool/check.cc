@@ -203,12 +203,15 @@ void addCheck(CLI::App& app, int& exitCode)
         ->expected(1)
         ->allow_extra_args(false)
         ->take_all();
-    command->add_option("--format", options->format, "How findings are written: text, json or sarif")
-        ->type_name("FORMAT")
-        ->check(CLI::IsMember({"text", "json", "sarif"}).description(""));
+    CLI::Option* format =
+        command->add_option("--format", options->format, "How findings are written: text, json or sarif")
+            ->type_name("FORMAT")
+            ->check(CLI::IsMember({"text", "json", "sarif"}).description(""));
     addColorOption(*command, options->color);
-    command->add_flag("--engine", options->asksEngine,
-                      "Say what the engine's own syntax check says: the first bad line of each file");
+    command
+        ->add_flag("--engine", options->asksEngine,
+                   "Say what the engine's own syntax check says: the first bad line of each file")
+        ->excludes(format);
     command->add_flag("--list-warnings", options->listsWarnings, "List everything that is looked for");
     command->footer("Findings go to standard output; good files are named with --verbose only.\n"
                     "Exit codes: 0 nothing found, 1 errors or warnings, 2 a file could not be read, or usage error.");

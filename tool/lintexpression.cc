@@ -81,9 +81,25 @@ bool lintBareBrackets(const Site& site, const NodeSpan& node, std::string_view t
     return true;
 }
 
+/// @return where a "#" stands between blanks or the text's edges, as before a comment; npos for none.
+std::size_t findComment(std::string_view text)
+{
+    const auto isEdge = [text](std::size_t i) { return i >= text.size() || text[i] == ' ' || text[i] == '\t'; };
+    std::size_t at = text.find('#');
+    while (at != std::string_view::npos && !(isEdge(at - 1) && isEdge(at + 1))) at = text.find('#', at + 1);
+    return at;
+}
+
+constexpr const char* kNoComments = "put the comment on a line of its own that begins with # and has no \"=\"";
+
 void lintBare(const Site& site, const NodeSpan& node)
 {
     const std::string_view text = textOf(*node.node);
+    if (const std::size_t comment = findComment(text); comment != std::string_view::npos) {
+        site.reportRight(Check::TrailingComment, {node.text.begin + comment, node.text.end},
+                         "rules have no comments behind them: all of this is one text", kNoComments);
+        return;
+    }
     if (lintBareBrackets(site, node, text)) return;
     if (const FunctionDef* function = functionNamed(text); function != nullptr && text != "$") {
         const bool isNull = function == &f_NULL;
@@ -111,7 +127,8 @@ void lintQuoted(const Site& site, const NodeSpan& node)
         const Span rest{node.contentEnd, node.text.end};
         const std::string_view after = right.substr(rest.begin, rest.end - rest.begin);
         site.reportRight(Check::TextAfterQuote, rest, "what follows the closing quote is ignored",
-                         looksInfix('"' + std::string(after) + ' ')
+                         findComment(after) != std::string_view::npos ? kNoComments
+                         : looksInfix('"' + std::string(after) + ' ')
                              ? kNoOperators
                              : "put all of it in quotes, or part it with a comma");
     }

@@ -164,6 +164,9 @@ TEST(ToolCheck, linesAndPlaces)
     const Case cases[] = {
         {"(0010,0010)=if((0010,0020)=\"x\",\"a\",\"b\")", {"1:infix-operator"}},
         {"(0010,0010)=(0010,0020) + (0010,0030)", {"1:bracket-mismatch"}},
+        {"(0010,4000)=toUpper((0010,4000)) # name\n(0010,4000)=# x\n(0010,4000)=if(a #,b,c)",
+         {"1:trailing-comment", "2:trailing-comment", "3:constant-condition", "3:trailing-comment"}},
+        {"(0010,4000)=Ward #7\n(0010,4000)=#", {"2:trailing-comment"}},
         {"(0010,0010)=x)\n\n(0010,0020)=+(\"a\",\"b\")", {"1:bracket-mismatch", "3:unknown-function"}},
         {"(0010,4000)=\"" + longText + "\"", {"1:unclosed-quote", "1:long-line", "1:missing-equals"}},
         {"#" + std::string(2038, '-') + "(0010,0010)=\"x\"", {"1:long-line"}},
