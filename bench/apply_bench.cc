@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // What a rule costs on a dataset, beside the same edit by hand and by script.
+#include "allocations.h"
 #include "datasets.h"
 #include "edits.h"
 #include "sets.h"
@@ -24,15 +25,20 @@ void overCopies(benchmark::State& state, Edit edit, int rules = bench::kEdits)
     const auto original = elements == kCtImage ? bench::loadCtImage() : bench::makeDataset(elements);
     std::vector<DcmDataset> copies(kCopies, *original);
     double seconds = 0;
+    std::uint64_t allocations = 0;
     while (state.KeepRunningBatch(kCopies)) {
         for (DcmDataset& copy : copies) bench::restore(copy, *original);
+        const std::uint64_t before = bench::allocations();
         const auto begin = std::chrono::steady_clock::now();
         for (DcmDataset& copy : copies) edit(copy);
         const std::chrono::duration<double> took = std::chrono::steady_clock::now() - begin;
         state.SetIterationTime(took.count());
+        allocations += bench::allocations() - before;
         seconds += took.count();
     }
-    state.counters["ns/rule"] = seconds * 1e9 / static_cast<double>(state.iterations()) / rules;
+    const double total = static_cast<double>(state.iterations()) * rules;
+    state.counters["ns/rule"] = seconds * 1e9 / total;
+    state.counters["allocs/rule"] = static_cast<double>(allocations) / total;
 }
 
 void rules(benchmark::State& state)

@@ -103,8 +103,8 @@ TEST(Lookups, everyElementIsFoundFromEverywhere)
             ASSERT_EQ(isFound(to), static_cast<bool>(dataset->tagExists(to))) << from << to;
         }
     }
-    DcmDataset empty;
-    session.dataset = &empty;
+    isFound(DCM_PatientName);
+    dataset->clear();
     EXPECT_FALSE(isFound(DCM_PatientName));
 }
 } // namespace
