@@ -95,16 +95,19 @@ void bench::editInPlace(DcmItem& item)
     removeFrom(item, find(item, DCM_PatientAge));
 }
 
-void bench::searchAndPut(DcmItem& item)
+bench::Targets bench::findTargets(DcmItem& item)
 {
-    put(find(item, DCM_PatientName), "COMPRESSEDSAMPLES^CT1");
-    DcmElement* station = find(item, DCM_StationName);
-    std::ignore = find(item, DCM_Modality);
-    put(station, "CT01_OC0-CT");
-    put(find(item, DCM_InstitutionName), "JFK");
-    std::ignore = find(item, DCM_Modality);
-    put(find(item, DCM_StudyDescription), "Cross-section");
-    removeFrom(item, find(item, DCM_PatientAge));
+    return {find(item, DCM_PatientName), find(item, DCM_StationName), find(item, DCM_InstitutionName),
+            find(item, DCM_StudyDescription), find(item, DCM_PatientAge)};
+}
+
+void bench::putAlone(DcmItem& item, const Targets& targets)
+{
+    put(targets.name, "COMPRESSEDSAMPLES^CT1");
+    put(targets.station, "CT01_OC0-CT");
+    put(targets.institution, "JFK");
+    put(targets.description, "Cross-section");
+    removeFrom(item, targets.age);
 }
 
 void bench::restore(DcmItem& item, DcmItem& original)

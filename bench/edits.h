@@ -25,8 +25,18 @@ void editDirectly(DcmItem& item);
 /// The same by one search for each element concerned and `putString` or `remove` on what it found: the limit.
 void editInPlace(DcmItem& item);
 
-/// Nothing but DCMTK's part of the rules: the searches, and the writing of texts that are known beforehand.
-void searchAndPut(DcmItem& item);
+/// The elements that the edits write to.
+struct Targets {
+    DcmElement* name;
+    DcmElement* station;
+    DcmElement* institution;
+    DcmElement* description;
+    DcmElement* age;
+};
+Targets findTargets(DcmItem& item);
+
+/// Nothing but DCMTK's part of the rules: texts that are known beforehand are put, and one element is removed.
+void putAlone(DcmItem& item, const Targets& targets);
 
 /// Takes all edits back.
 void restore(DcmItem& item, DcmItem& original);
