@@ -28,11 +28,12 @@ Mapping::Mapping(FILE* file, const char* mappingName) : Mapping(mappingName)
 
 Mapping::Mapping(const char* text, const char* mappingName) : Mapping(mappingName)
 {
-    while (*text != '\0') {
+    for (std::string line; *text != '\0';) {
         const char* end = std::strchr(text, '\n');
-        const std::string line = end == nullptr ? std::string(text) : std::string(text, end);
+        if (end == nullptr) line.assign(text);
+        else line.assign(text, end);
         addLine(line.c_str());
-        text = end == nullptr ? text + line.size() : end + 1;
+        text += line.size() + (end == nullptr ? 0 : 1);
     }
 }
 
