@@ -11,6 +11,7 @@
 
 #include <array>
 #include <chrono>
+#include <string>
 #include <vector>
 
 namespace {
@@ -73,6 +74,17 @@ void putAlone(benchmark::State& state)
     overCopies(state, bench::putAlone);
 }
 
+/// One mapping of many rules on one dataset.
+void mappingOf(benchmark::State& state)
+{
+    std::string text;
+    for (std::int64_t i = 0; i < state.range(0); ++i) text += "(0010,0010)=toUpper((0010,0010))\n";
+    Mapping mapping(text.c_str(), "bench");
+    const auto dataset = bench::makeDataset(60);
+    for (auto unused : state) bench::apply(mapping, *dataset);
+    state.SetItemsProcessed(state.iterations() * state.range(0));
+}
+
 void sizes(benchmark::internal::Benchmark* benchmark)
 {
     benchmark->ArgName("elements")->Arg(60)->Arg(600)->Arg(6000)->Arg(kCtImage)->UseManualTime();
@@ -83,5 +95,6 @@ BENCHMARK(inPlace)->Apply(sizes);
 BENCHMARK(rules)->Apply(sizes);
 BENCHMARK(direct)->Apply(sizes);
 BENCHMARK(lua)->Apply(sizes);
+BENCHMARK(mappingOf)->ArgName("rules")->Arg(1)->Arg(100)->Arg(10000);
 
 } // namespace
