@@ -5,6 +5,7 @@
 #include "tool/lintreport.h"
 #include "tool/mappingsfolder.h"
 #include "tool/output.h"
+#include "tool/switches.h"
 #include "tool/table.h"
 
 #include "kxmap.h"
@@ -146,7 +147,7 @@ int listWarnings()
 {
     for (const CheckInfo& info : kChecks) {
         const char* kind = info.severity == Severity::Error ? "error" : info.isDefault ? "warning" : "off";
-        printLine(fmt::format("{:<22}{:<9}{}", info.name, kind, info.sees));
+        printSwitch(info.name, kind, info.sees);
     }
     return kAllGood;
 }
@@ -195,14 +196,9 @@ void addCheck(CLI::App& app, int& exitCode)
         "FILE", options->names,
         "Mapping files; folders of them, which are looked at as a server has them (default: \"mappings\" "
         "below DICOM_VAR)");
-    command
-        ->add_option("-W", options->warnings,
+    addSwitchOptions(*command, options->warnings, options->listsWarnings,
                      "-WNAME and -Wno-NAME switch a warning on and off, -Wall and -Wno-all every one of them; -Werror "
-                     "makes errors of them")
-        ->type_name("NAME")
-        ->expected(1)
-        ->allow_extra_args(false)
-        ->take_all();
+                     "makes errors of them");
     CLI::Option* format =
         command->add_option("--format", options->format, "How findings are written: text, json or sarif")
             ->type_name("FORMAT")
@@ -212,7 +208,6 @@ void addCheck(CLI::App& app, int& exitCode)
         ->add_flag("--engine", options->asksEngine,
                    "Say what the engine's own syntax check says: the first bad line of each file")
         ->excludes(format);
-    command->add_flag("--list-warnings", options->listsWarnings, "List everything that is looked for");
     command->footer("Findings go to standard output; good files are named with --verbose only.\n"
                     "Exit codes: 0 nothing found, 1 errors or warnings, 2 a file could not be read, or usage error.");
     command->callback([=, &exitCode] { exitCode = check(*options); });

@@ -2,6 +2,7 @@
 // The checks, from single values (DICOM PS3.5 section 6.2) to what makes an object the one it is (PS3.3 C.7, C.12.1).
 #include "tool/consequences.h"
 
+#include "tool/switches.h"
 #include "tool/table.h"
 #include "tool/valuefaults.h"
 
@@ -12,6 +13,7 @@
 #include <cmath>
 #include <cstdlib>
 #include <fmt/format.h>
+#include <iterator>
 #include <optional>
 #include <set>
 
@@ -23,6 +25,7 @@ constexpr const char* kNotTaken = "not-taken";
 constexpr const char* kNoText = "no-text";
 constexpr const char* kIdentity = "identity";
 constexpr const char* kPixels = "pixels";
+constexpr const char* kHeaderGroup = "header-group";
 
 constexpr std::pair<const char*, const char*> kHelp[] = {
     {fault::kLength, "a value is longer than its VR allows"},
@@ -31,10 +34,12 @@ constexpr std::pair<const char*, const char*> kHelp[] = {
     {kRelabelled, "the Specific Character Set was changed, and texts that no rule wrote now read differently"},
     {fault::kMultiplicity, "more or fewer values than the attribute takes"},
     {kNotTaken, "what was written is not the rule's value: the VR could not take it"},
-    {kNoText, "the rule's value is an element without a text: an empty one was written"},
+    {kNoText, "the rule's value is an element in which rules see no text: an empty one was written"},
     {kIdentity, "what tells the object, its series, study or patient was changed or is gone"},
     {kPixels, "what says how to read the pixel data was changed or is gone"},
+    {kHeaderGroup, "an element of group 0000 or 0002, which is no part of a dataset, was written into it"},
 };
+static_assert(std::size(kHelp) == kConsequenceCount);
 
 enum class Harm { WhenChanged, WhenLost };
 
@@ -99,60 +104,71 @@ bool isNumber(DcmEVR vr)
     return std::ranges::find(kNumbers, vr) != std::end(kNumbers);
 }
 
-// What DCMTK made of a rule's value: numbers that do not fit are cut to their low bits, or not written at all.
+std::optional<Fault> headerFault(const Change& change)
+{
+    const unsigned group = change.place.tag.getGroup();
+    if (!change.after || (group != 0x0000 && group != 0x0002)) return std::nullopt;
+    return Fault{kHeaderGroup, fmt::format("group {:04x} is no part of a dataset: the file is not valid", group)};
+}
+
+// What became of a number: those that do not fit are cut to their low bits, or not written at all.
+bool isSameNumbers(const std::string& wanted, const std::string& written, DcmEVR vr)
+{
+    return std::ranges::equal(split(wanted, '\\'), split(written, '\\'), [vr](std::string_view a, std::string_view b) {
+        return isSameNumber(a, b, vr == EVR_FL || vr == EVR_FD);
+    });
+}
+
 std::optional<Fault> writingFault(const Step& step, const RunCharacterSets& sets)
 {
     const bool wasWritten =
         step.effect == Effect::Set || step.effect == Effect::Created || step.effect == Effect::NoChange;
-    if (step.place.kind != Place::Kind::Element || !wasWritten || !step.value || !step.after || !step.failure.empty())
-        return std::nullopt;
+    if (!wasWritten || !step.value || !step.after || !step.failure.empty()) return std::nullopt;
+    if (!step.unseen.empty() && step.after->empty())
+        return Fault{kNoText, fmt::format("{} is an element in which rules see no text: an empty one was written",
+                                          shownQuoted(step.unseen))};
+    if (step.place.kind != Place::Kind::Element) return std::nullopt;
     const DcmEVR vr = DcmVR(step.vr.c_str()).getEVR();
-    const std::string value = inQuotes(sets.after(step).readable(*step.value));
-    if (isNumber(vr)) {
-        const auto wanted = split(*step.value, '\\');
-        const auto written = split(*step.after, '\\');
-        const bool isSame = std::ranges::equal(wanted, written, [vr](std::string_view a, std::string_view b) {
-            return isSameNumber(a, b, vr == EVR_FL || vr == EVR_FD);
-        });
-        if (isSame) return std::nullopt;
+    const std::string value = shownQuoted(sets.after(step).readable(*step.value));
+    if (isNumber(vr) && !isSameNumbers(*step.value, *step.after, vr))
         return Fault{kNotTaken,
-                     fmt::format("{} cannot be taken by {}: it holds {}", value, step.vr, inQuotes(*step.after))};
-    }
+                     fmt::format("{} cannot be taken by {}: it holds {}", value, step.vr, shownQuoted(*step.after))};
     if (vr == EVR_SQ && step.value != step.after)
         return Fault{kNotTaken, fmt::format("{} cannot be taken by a sequence", value)};
-    if (!isText(vr) || !step.after->empty() || trimmed(*step.value).empty()) return std::nullopt;
-    return Fault{kNoText, fmt::format("{} is an element without a text in rules: an empty one was written", value)};
+    return std::nullopt;
 }
 
 /// Collects consequences, those of values against what was there before.
 class Search {
 public:
-    Search(const Recording& recording, DcmDataset& dataset)
-        : recording_(recording), dataset_(dataset), sets_(recording, dataset)
+    Search(const Recording& recording, DcmDataset& dataset, const ConsequenceSwitches& wanted)
+        : recording_(recording), dataset_(dataset), wanted_(wanted), sets_(recording, dataset)
     {
     }
 
-    std::vector<Consequence> run()
+    std::vector<Consequence> run(std::size_t begin)
     {
-        for (const Change& change : recording_.changes()) {
+        for (const Change& change : recording_.changes(begin)) {
             if (change.place.kind == Place::Kind::Element) lookAt(change);
         }
-        for (const Step& step : recording_.steps()) {
+        for (std::size_t number = begin; number < recording_.steps().size(); ++number) {
+            const Step& step = recording_.steps()[number];
             if (auto fault = writingFault(step, sets_)) add(std::move(*fault), step.place, step);
         }
-        std::ranges::stable_sort(found_, {}, &Consequence::step); // they lie in one array, in the order of the rules
+        std::ranges::stable_sort(found_, {}, [](const Consequence& one) { return one.step->number; });
         return std::move(found_);
     }
 
 private:
     void add(Fault fault, const Place& place, const Step& step)
     {
-        found_.push_back({fault.name, place, &step, std::move(fault.text)});
+        if (wanted_.isOn(fault.name)) found_.push_back({fault.name, place, &step, std::move(fault.text)});
     }
 
     void lookAt(const Change& change)
     {
         const Step& step = *change.steps.back();
+        if (auto fault = headerFault(change)) add(std::move(*fault), change.place, step);
         if (auto fault = keptFault(change)) add(std::move(*fault), change.place, step);
         if (change.place.name == "(0008,0005)") lookForRelabelled(change);
         if (!change.after) return;
@@ -197,15 +213,35 @@ private:
 
     const Recording& recording_;
     DcmDataset& dataset_;
+    const ConsequenceSwitches& wanted_;
     RunCharacterSets sets_;
     std::vector<Consequence> found_;
 };
 
 } // namespace
 
-std::vector<Consequence> findConsequences(const Recording& recording, DcmDataset& dataset)
+bool ConsequenceSwitches::set(std::string_view text)
 {
-    return Search(recording, dataset).run();
+    return readSwitch(
+        text, kHelp, [](const auto& row) { return row.first; },
+        [this](std::size_t index, bool isOn) { isOn_[index] = isOn; });
+}
+
+bool ConsequenceSwitches::isOn(std::string_view name) const
+{
+    const auto* row = std::ranges::find(kHelp, name, [](const auto& one) { return std::string_view(one.first); });
+    return isOn_[static_cast<std::size_t>(row - kHelp)];
+}
+
+std::vector<Consequence> findConsequences(const Recording& recording, DcmDataset& dataset,
+                                          const ConsequenceSwitches& wanted, std::size_t begin)
+{
+    return Search(recording, dataset, wanted).run(begin);
+}
+
+void listConsequences()
+{
+    for (const auto& [name, text] : kHelp) printSwitch(name, "warning", text);
 }
 
 std::string consequencesHelp()

@@ -5,7 +5,9 @@
 #include "tool/chartext.h"
 #include "tool/recorder.h"
 
+#include <bitset>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kxtool {
@@ -18,13 +20,34 @@ struct Consequence {
     std::string text; ///< one line of UTF-8, fit to be shown
 };
 
+constexpr std::size_t kConsequenceCount = 10;
+
+/// Which consequences are wanted: all, at first.
+class ConsequenceSwitches {
+public:
+    ConsequenceSwitches() { isOn_.set(); }
+
+    /// @param text what follows -W: a name, "all", or one of them behind "no-". @return false when there is none.
+    bool set(std::string_view text);
+
+    bool isOn(std::string_view name) const;
+
+private:
+    std::bitset<kConsequenceCount> isOn_;
+};
+
 /// Looks at everything that a run changed.
 /// @param recording made with originals, and still there as long as the result is used.
 /// @param dataset as the run left it.
+/// @param begin the number of the first step that is looked at.
 /// @return in the order of the rules.
-std::vector<Consequence> findConsequences(const Recording& recording, DcmDataset& dataset);
+std::vector<Consequence> findConsequences(const Recording& recording, DcmDataset& dataset,
+                                          const ConsequenceSwitches& wanted, std::size_t begin);
 
 /// @return lines for a command's help: each name with what it stands for.
 std::string consequencesHelp();
+
+/// Prints the names, as "kxmap check" does those of its warnings.
+void listConsequences();
 
 } // namespace kxtool

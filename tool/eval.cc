@@ -4,6 +4,7 @@
 #include "tool/exitcodes.h"
 #include "tool/output.h"
 #include "tool/ruleoptions.h"
+#include "tool/runreport.h"
 #include "tool/shellsession.h"
 #include "tool/table.h"
 
@@ -27,6 +28,7 @@ int evaluate(const EvalOptions& options)
     ShellSession session(options.file);
     const Evaluation result = session.evaluate(options.expression);
     const CharacterSet set = CharacterSet::of(session.dataset());
+    for (const std::string& note : ShellSession::notesOn(options.expression)) reportError("note: " + note);
     for (const std::string& message : result.messages) reportError(shownUtf8(set.readable(message)));
     if (!result.failure.empty()) {
         reportError(shownUtf8(result.failure));
@@ -36,6 +38,7 @@ int evaluate(const EvalOptions& options)
         reportError("NULL");
         return kShortcoming;
     }
+    if (!result.unseen.empty()) reportError("note: " + noteOnUnseen(result.unseen));
     printLine(options.isRaw ? *result.value : shownUtf8(set.readable(*result.value)));
     return kAllGood;
 }
@@ -61,8 +64,9 @@ void addEval(CLI::App& app, int& exitCode)
     command->add_option("EXPR", options->expression, "The right-hand side of a rule")->type_name("")->required();
     command->add_option("FILE", options->file, "A DICOM file; without one, no element is there")->type_name("");
     command->footer(
-        "The value is shown in UTF-8, bytes that do not show as \\x1B. Elements that are no texts are shown,\n"
-        "too, as numbers or \"<4 bytes>\"; to the functions they are empty texts.\n\n"
+        "The value is shown in UTF-8, bytes that do not show as \\x1B. It is what rules see: numbers, bytes and\n"
+        "sequences are empty texts to them, and a note on standard error tells what such an element holds.\n"
+        "Other notes there are what \"kxmap check\" would say of the expression.\n\n"
         "Examples:\n"
         "  kxmap eval 'toUpper((0010,0010))' image.dcm\n"
         "  kxmap eval 'add(1000,7)'\n\n"

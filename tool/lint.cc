@@ -2,7 +2,7 @@
 // Which checks are on, what looks at which line, and the order of what is found.
 #include "tool/lint.h"
 
-#include "tool/table.h"
+#include "tool/switches.h"
 
 #include <algorithm>
 #include <functional>
@@ -80,15 +80,9 @@ CheckSwitches::CheckSwitches()
 
 bool CheckSwitches::set(std::string_view text)
 {
-    const bool isOn = !text.starts_with("no-");
-    if (!isOn) text.remove_prefix(3);
-    bool isKnown = false;
-    for (std::size_t i = 0; i < kCheckCount; ++i) {
-        if (kChecks[i].severity == Severity::Error || (text != "all" && text != kChecks[i].name)) continue;
-        isOn_[i] = isOn;
-        isKnown = true;
-    }
-    return isKnown;
+    return readSwitch(
+        text, kChecks, [](const CheckInfo& info) { return info.severity == Severity::Error ? nullptr : info.name; },
+        [this](std::size_t index, bool isOn) { isOn_[index] = isOn; });
 }
 
 std::vector<Finding> Findings::take()
@@ -123,13 +117,6 @@ std::vector<Finding> lintTogether(const std::filesystem::path& folder, std::span
     for (const RuleFile& file : files) lintFile(file, findings);
     lintVariables(files, lintFolder(folder, files, findings), findings);
     return findings.take();
-}
-
-std::string shownQuoted(std::string_view text)
-{
-    constexpr std::size_t kMost = 60;
-    const bool isLong = text.size() > kMost;
-    return '"' + shownUtf8(text.substr(0, kMost)) + (isLong ? "...\"" : "\"");
 }
 
 } // namespace kxtool

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "tool/rulefile.h"
+#include "tool/table.h"
 
 #include <bitset>
 #include <filesystem>
@@ -257,8 +258,5 @@ std::vector<Finding> lintTogether(const std::filesystem::path& folder, std::span
 ///         it, in the order pre, AE titles by their bytes, post.
 /// @throws FileError when the folder cannot be read.
 std::vector<std::filesystem::path> mappingFilesOf(const std::filesystem::path& folder);
-
-/// @return a text in double quotes, fit to be shown; a long one cut.
-std::string shownQuoted(std::string_view text);
 
 } // namespace kxtool

@@ -5,13 +5,11 @@
 #include "KXItem.h"
 #include "tool/messagetap.h"
 
-#include <dcmtk/dcmdata/dcsequen.h>
-#include <dcmtk/dcmdata/dcvrobow.h>
-
 #include <algorithm>
 #include <fmt/format.h>
+#include <iterator>
+#include <set>
 #include <stdexcept>
-#include <string_view>
 
 namespace kxtool {
 namespace {
@@ -19,59 +17,6 @@ namespace {
 std::string keyText(const DcmTagKey& key)
 {
     return fmt::format("({:04x},{:04x})", key.getGroup(), key.getElement());
-}
-
-bool isBinary(DcmEVR vr)
-{
-    switch (vr) {
-    case EVR_OB:
-    case EVR_OD:
-    case EVR_OF:
-    case EVR_OL:
-    case EVR_OV:
-    case EVR_OW:
-    case EVR_ox:
-    case EVR_px:
-    case EVR_UN:
-    case EVR_UNKNOWN:
-    case EVR_UNKNOWN2B:
-    case EVR_PixelData:
-    case EVR_OverlayData:
-        return true;
-    default:
-        return false;
-    }
-}
-
-/// @return the element's text, numbers included; what is neither, in words.
-std::string shownText(DcmElement& element)
-{
-    if (element.ident() == EVR_SQ) {
-        const unsigned long count = static_cast<DcmSequenceOfItems&>(element).card();
-        return fmt::format("<{} item{}>", count, count == 1 ? "" : "s");
-    }
-    if (isBinary(element.ident())) return fmt::format("<{} bytes>", element.getLengthField());
-    if (char* text = nullptr; element.getString(text).good()) return text == nullptr ? "" : text;
-    OFString numbers;
-    return element.getOFStringArray(numbers).good() ? numbers.c_str() : "";
-}
-
-DcmElement* elementOf(DcmItem* item, const DcmTagKey& key)
-{
-    DcmElement* element = nullptr;
-    if (item == nullptr || item->findAndGetElement(key, element).bad()) return nullptr;
-    return element;
-}
-
-/// @return the standard's name of the element's VR.
-std::string vrOf(const DcmElement& element)
-{
-    return DcmVR(element.getTag().getEVR()).getValidVRName();
-}
-
-std::unique_ptr<DcmElement> copyOf(DcmElement* element)
-{
-    return std::unique_ptr<DcmElement>(element == nullptr ? nullptr : static_cast<DcmElement*>(element->clone()));
 }
 
 /// @return the name of a path through items, and in `topLevel` where it begins.
@@ -93,48 +38,43 @@ std::string pathName(const std::list<int>& path, DcmTagKey& topLevel)
     return name + keyText(key);
 }
 
-} // namespace
-
-namespace {
-
-bool isSameItem(DcmItem& a, DcmItem& b)
-{
-    if (a.card() != b.card()) return false;
-    for (unsigned long i = 0; i < a.card(); ++i) {
-        if (a.getElement(i)->getTag() != b.getElement(i)->getTag()) return false;
-        if (!isSameElement(a.getElement(i), b.getElement(i))) return false;
+/// A value that the engine made, and its counting, for a value that an exception may pass.
+class HeldValue {
+public:
+    explicit HeldValue(Value* value) : value_(value) {}
+    ~HeldValue()
+    {
+        if (value_ != nullptr && --value_->refCount == 0) delete value_;
     }
-    return true;
-}
+    HeldValue(const HeldValue&) = delete;
+    HeldValue& operator=(const HeldValue&) = delete;
 
-bool isSameSequence(DcmSequenceOfItems& a, DcmSequenceOfItems& b)
-{
-    if (a.card() != b.card()) return false;
-    for (unsigned long i = 0; i < a.card(); ++i) {
-        if (!isSameItem(*a.getItem(i), *b.getItem(i))) return false;
+    Value* get() const { return value_; }
+
+    /// @return what it stands for; null for a text and for NULL.
+    DcmElement* element() const { return value_ == nullptr ? nullptr : static_cast<DcmElement*>(*value_); }
+
+    /// @return as rules see it; none for NULL.
+    std::optional<std::string> text() const
+    {
+        if (value_ == nullptr) return std::nullopt;
+        const char* text = value_->getString();
+        return text == nullptr ? "" : text;
     }
-    return true;
-}
+
+    /// @return what an element shows in which rules see no text; empty for others.
+    std::string unseen() const { return element() == nullptr || hasText(*element()) ? "" : shownText(*element()); }
+
+private:
+    Value* value_;
+};
 
 } // namespace
-
-bool isSameElement(DcmElement* a, DcmElement* b)
-{
-    if (a == nullptr || b == nullptr) return a == b;
-    if (a->ident() != b->ident()) return false;
-    if (a->ident() == EVR_SQ)
-        return isSameSequence(static_cast<DcmSequenceOfItems&>(*a), static_cast<DcmSequenceOfItems&>(*b));
-    if (!a->isaString()) return a->compare(*b) == 0;
-    char* textA = nullptr;
-    char* textB = nullptr;
-    if (a->getString(textA).bad() || b->getString(textB).bad()) return a->compare(*b) == 0;
-    return std::string_view(textA == nullptr ? "" : textA) == std::string_view(textB == nullptr ? "" : textB);
-}
 
 const char* effectName(Effect effect)
 {
-    constexpr const char* kNames[] = {"set",          "created",  "deleted", "was absent", "skipped as unknown",
-                                      "no such item", "no change"};
+    constexpr const char* kNames[] = {"set",     "created",      "deleted",  "was absent", "skipped as unknown",
+                                      "refused", "no such item", "no change"};
     return kNames[static_cast<std::size_t>(effect)];
 }
 
@@ -168,6 +108,14 @@ public:
     }
 
     DcmElement* element() const { return elementOf(item(), place.tag); }
+
+    /// @return whether the tag is one that the engine can make: of the dictionary, or of the server's block.
+    bool isOfOurBlock() const
+    {
+        if (!isElement() || !KXItem::isOurPrivateTagKey(place.tag)) return false;
+        const std::unique_ptr<DcmElement> made(KXItem::createNewDicomElement(place.tag));
+        return made && made->getTag().getEVR() != EVR_UNKNOWN;
+    }
 
     /// @return the text of what stands there; none when nothing does.
     std::optional<std::string> text() const
@@ -214,25 +162,38 @@ Recording::~Recording() = default;
 Recording::Recording(Recording&&) noexcept = default;
 Recording& Recording::operator=(Recording&&) noexcept = default;
 
-void Recording::run(const RulesInOrder& files, MappingSession& session, bool keepsOriginals)
+void Recording::begin(MappingSession& session, bool keepsOriginals)
 {
+    *this = {};
     session_ = &session;
     keepsOriginals_ = keepsOriginals;
+}
+
+void Recording::run(const RulesInOrder& files, MappingSession& session, bool keepsOriginals)
+{
+    begin(session, keepsOriginals);
     MessageTap tap;
     for (const RuleFile* file : files) {
         session.variables.clear(); // as the engine does when a mapping begins
         for (const RuleLine& rule : file->lines) {
-            if (rule.kind == RuleLine::Kind::Rule && failure_.empty()) apply(*file, rule, tap);
+            if (rule.kind == RuleLine::Kind::Rule) apply(*file, rule, tap);
         }
     }
-    collectChanges();
+}
+
+void Recording::apply(const RuleFile& file, const RuleLine& rule)
+{
+    MessageTap tap;
+    apply(file, rule, tap);
 }
 
 void Recording::apply(const RuleFile& file, const RuleLine& rule, MessageTap& tap)
 {
+    if (!failure_.empty()) return;
     Step step;
     step.file = &file;
     step.rule = &rule;
+    step.number = steps_.size();
     const Target target(*rule.target, *session_);
     step.place = target.place;
     const std::optional<Target> creator = target.creator();
@@ -260,20 +221,26 @@ void Recording::apply(const RuleFile& file, const RuleLine& rule, MessageTap& ta
 
 void Recording::evaluateAndAssign(const RuleLine& rule, Step& step)
 {
-    Value* value = rule.expression->getValue(*session_);
-    const struct Reference { // the engine's counting, for a value that an exception may pass
-        Value* value;
-        ~Reference()
-        {
-            if (value != nullptr && --value->refCount == 0) delete value;
-        }
-    } reference{value};
-    if (value != nullptr) {
-        DcmElement* element = *value;
-        const char* text = element == nullptr ? value->getString() : nullptr;
-        step.value = element != nullptr ? shownText(*element) : std::string(text == nullptr ? "" : text);
+    const HeldValue value(rule.expression->getValue(*session_));
+    const bool isCopy = step.place.kind == Place::Kind::Element && value.element() != nullptr;
+    step.value = isCopy ? shownText(*value.element()) : value.text();
+    step.unseen = value.unseen();
+    rule.target->assignValue(*session_, value.get());
+}
+
+Evaluation evaluate(Expression& expression, MappingSession& session)
+{
+    Evaluation evaluation;
+    MessageTap tap;
+    try {
+        const HeldValue value(expression.getValue(session));
+        evaluation.value = value.text();
+        evaluation.unseen = value.unseen();
+    } catch (const std::logic_error& error) {
+        evaluation.failure = error.what();
     }
-    rule.target->assignValue(*session_, value);
+    evaluation.messages = tap.take();
+    return evaluation;
 }
 
 Recording::Before Recording::lookAt(const Target& target) const
@@ -295,7 +262,8 @@ Effect Recording::effectOf(const Target& target, const Step& step, bool isUntouc
         if (!step.before) return Effect::WasAbsent;
         return step.after ? Effect::NoChange : Effect::Deleted;
     }
-    if (!step.before) return step.after ? Effect::Created : Effect::Unknown;
+    if (!step.before && !step.after) return target.isOfOurBlock() ? Effect::Refused : Effect::Unknown;
+    if (!step.before) return Effect::Created;
     const bool isUnchanged = target.isElement() ? isUntouched : step.before == step.after;
     return isUnchanged ? Effect::NoChange : Effect::Set;
 }
@@ -315,30 +283,49 @@ void Recording::keep(const Target& target, Before before)
         found = tracked_.emplace(place, std::move(tracked)).first;
     }
     found->second.steps.push_back(steps_.size() - 1);
+    touched_.emplace_back(steps_.size() - 1, place);
 }
 
 // What lies in a sequence that a rule created was not there before, whatever that rule copied into it.
 bool Recording::wasMadeByARule(const Place& place) const
 {
     if (place.kind != Place::Kind::Element || place.tag == place.topLevel) return false;
-    const auto top = std::ranges::find_if(tracked_, [&place](const auto& entry) {
-        return entry.first.kind == Place::Kind::Element && entry.first.name == keyText(place.topLevel);
-    });
+    const auto top = tracked_.find({Place::Kind::Element, keyText(place.topLevel), {}, {}});
     return top != tracked_.end() && !top->second.element;
 }
 
-void Recording::collectChanges()
+// Those that wrote it, and later ones that wrote a sequence around it.
+std::vector<std::size_t> Recording::stepsOf(const Place& place, const Tracked& tracked) const
 {
-    for (const auto& [place, tracked] : tracked_) {
+    std::vector<std::size_t> steps = tracked.steps;
+    for (std::size_t at = place.name.find('['); at != std::string::npos; at = place.name.find('[', at + 1)) {
+        const auto around = tracked_.find({place.kind, place.name.substr(0, at), {}, {}});
+        if (around == tracked_.end()) continue;
+        std::ranges::copy_if(around->second.steps, std::back_inserter(steps),
+                             [&tracked](std::size_t step) { return step > tracked.steps.front(); });
+    }
+    std::ranges::sort(steps);
+    return steps;
+}
+
+std::vector<Change> Recording::changes(std::size_t begin) const
+{
+    std::set<Place> places;
+    const auto first = std::ranges::lower_bound(touched_, begin, {}, &std::pair<std::size_t, Place>::first);
+    for (auto touch = first; touch != touched_.end(); ++touch) places.insert(touch->second);
+    std::vector<Change> changes;
+    for (const Place& place : places) {
+        const Tracked& tracked = tracked_.at(place);
         DcmElement* now = tracked.target.isElement() ? tracked.target.element() : nullptr;
         std::optional<std::string> text = tracked.target.text();
         const bool isUnchanged =
             tracked.target.isElement() ? isSameElement(tracked.element.get(), now) : tracked.text == text;
         if (isUnchanged) continue;
         Change change{place, now == nullptr ? tracked.vr : vrOf(*now), tracked.text, std::move(text), {}};
-        for (const std::size_t step : tracked.steps) change.steps.push_back(&steps_[step]);
-        changes_.push_back(std::move(change));
+        for (const std::size_t step : stepsOf(place, tracked)) change.steps.push_back(&steps_[step]);
+        changes.push_back(std::move(change));
     }
+    return changes;
 }
 
 } // namespace kxtool

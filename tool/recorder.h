@@ -3,10 +3,12 @@
 // there before.
 #pragma once
 
+#include "tool/elements.h"
 #include "tool/rulefile.h"
 
 #include "kxmap.h"
 
+#include <deque>
 #include <map>
 #include <memory>
 #include <optional>
@@ -22,18 +24,14 @@ enum class Effect {
     Deleted,   ///< an element, field or variable that was there is gone
     WasAbsent, ///< NULL, and there was nothing to delete
     Unknown,   ///< the tag is not in the data dictionary: the engine skipped it
+    Refused,   ///< the server's private block is another creator's in this dataset: the engine wrote nothing
     NoItem,    ///< the path through sequence items leads nowhere
     NoChange,  ///< written, and as it was before; for a variable: it was set already, the first write wins
 };
 
-/// @return the word for an effect: "set", "created", "deleted", "was absent", "skipped as unknown", "no such item",
-///         "no change".
+/// @return the word for an effect: "set", "created", "deleted", "was absent", "skipped as unknown", "refused",
+///         "no such item", "no change".
 const char* effectName(Effect effect);
-
-/// Compares two elements to the byte, but for trailing padding: VR and value, and all that sequences hold. DCMTK's own
-/// `compare` lets leading blanks, and texts of one length, pass for the same.
-/// @param a null where there is none; and so is b.
-bool isSameElement(DcmElement* a, DcmElement* b);
 
 /// Where a rule writes.
 struct Place {
@@ -50,7 +48,9 @@ struct Step {
     const RuleFile* file = nullptr;
     const RuleLine* rule = nullptr;
     Place place;
-    std::optional<std::string> value; ///< what the right side came to; none for NULL
+    std::size_t number = 0;           ///< in the run, from 0
+    std::optional<std::string> value; ///< what the right side came to, as the target takes it; none for NULL
+    std::string unseen;               ///< what the value's element holds, where rules see no text in it: "128"
     Effect effect = Effect::NoChange;
     std::optional<std::string> before; ///< the target's text; none when it was not there
     std::optional<std::string> after;
@@ -59,6 +59,17 @@ struct Step {
         messages;        ///< "Coercion: ..." lines of the built-ins, from both channels, without line feed
     std::string failure; ///< of a built-in that threw; the rule then wrote nothing
 };
+
+/// What an expression came to.
+struct Evaluation {
+    std::optional<std::string> value; ///< as rules see it; none for NULL
+    std::string unseen;               ///< what the value's element holds, where rules see no text in it: "128"
+    std::vector<std::string> messages;
+    std::string failure; ///< of a built-in that threw
+};
+
+/// Evaluates an expression as a rule would, and changes nothing but variables of the built-ins' own, as `gseed`.
+Evaluation evaluate(Expression& expression, MappingSession& session);
 
 /// One place that is not as it was before the first rule.
 struct Change {
@@ -84,17 +95,26 @@ public:
     Recording(Recording&&) noexcept;
     Recording& operator=(Recording&&) noexcept;
 
-    /// Applies the rules and records; once. The text of an element that is no text is shown in words ("<4 bytes>", "<2
-    /// items>"), numbers as numbers; a long text is kept whole. Standard error is caught meanwhile.
-    /// A built-in's std::logic_error ends the run of rules as it does in the engine: failure() says so.
+    /// Starts anew.
+    /// @param session applied to by every rule from now on.
     /// @param keepsOriginals whether to copy the dataset's elements before they are changed, for originals().
+    void begin(MappingSession& session, bool keepsOriginals);
+
+    /// Applies one more rule and records it; none after a failure. Numbers are shown as numbers, elements that are no
+    /// text in words ("<4 bytes>", "<2 items>"); a long text is kept whole. Standard error is caught meanwhile.
+    /// A built-in's std::logic_error ends the run of rules as it does in the engine: failure() says so.
+    void apply(const RuleFile& file, const RuleLine& rule);
+
+    /// Begins, and applies all rules of all files, plain variables emptied before each as the engine does.
     void run(const RulesInOrder& files, MappingSession& session, bool keepsOriginals);
 
-    const std::vector<Step>& steps() const { return steps_; }
+    /// @return in their order; they stay where they are while rules are added.
+    const std::deque<Step>& steps() const { return steps_; }
 
+    /// @param begin the number of a step: only places that it or a later one changed.
     /// @return the places that differ from before: elements in the order of their names, then custom fields, then
     ///         variables. What changed and was changed back is none.
-    const std::vector<Change>& changes() const { return changes_; }
+    std::vector<Change> changes(std::size_t begin = 0) const;
 
     /// @return empty, or why the run ended early.
     const std::string& failure() const { return failure_; }
@@ -118,13 +138,13 @@ private:
     static Effect effectOf(const Target& target, const Step& step, bool isUntouched);
     void keep(const Target& target, Before before);
     bool wasMadeByARule(const Place& place) const;
-    void collectChanges();
+    std::vector<std::size_t> stepsOf(const Place& place, const Tracked& tracked) const;
 
     MappingSession* session_ = nullptr;
     bool keepsOriginals_ = false;
-    std::vector<Step> steps_;
-    std::vector<Change> changes_;
+    std::deque<Step> steps_;
     std::map<Place, Tracked> tracked_;
+    std::vector<std::pair<std::size_t, Place>> touched_; // by which step, in their order
     std::map<DcmTagKey, std::unique_ptr<DcmElement>> originals_;
     std::string failure_;
 };

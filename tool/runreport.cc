@@ -36,6 +36,7 @@ Color colorOf(Effect effect)
     case Effect::Deleted:
         return Color::Red;
     case Effect::Unknown:
+    case Effect::Refused:
     case Effect::NoItem:
         return Color::Cyan;
     case Effect::WasAbsent:
@@ -99,6 +100,11 @@ std::string placeName(const Place& place)
     return name == DcmTag_ERROR_TagName ? "" : name;
 }
 
+std::string noteOnUnseen(const std::string& unseen)
+{
+    return fmt::format("the element holds {}, but rules see no text in its VR", shownQuoted(unseen));
+}
+
 std::string RunReport::shown(const std::optional<std::string>& text, const CharacterSet& set)
 {
     if (!text) return kAbsent;
@@ -108,8 +114,10 @@ std::string RunReport::shown(const std::optional<std::string>& text, const Chara
     return isUnclear ? '"' + shown + '"' : shown;
 }
 
-RunReport::RunReport(const Recording& recording, DcmDataset& dataset)
-    : recording_(recording), sets_(recording, dataset), consequences_(findConsequences(recording, dataset))
+RunReport::RunReport(const Recording& recording, DcmDataset& dataset, const ConsequenceSwitches& wanted,
+                     std::size_t begin)
+    : recording_(recording), begin_(begin), changes_(recording.changes(begin)), sets_(recording, dataset),
+      consequences_(findConsequences(recording, dataset, wanted, begin))
 {
 }
 
@@ -122,7 +130,7 @@ std::string RunReport::changes(const Look& look) const
                  {"Before", false, true, 10},
                  {"After", false, true, 10},
                  {"Rule", false, true, 20}});
-    for (const Change& change : recording_.changes()) {
+    for (const Change& change : changes_) {
         const Step& step = *change.steps.back();
         const Color color = colorOf(change.sign());
         const auto cell = [&](const std::optional<std::string>& text, const CharacterSet& set) {
@@ -139,11 +147,11 @@ std::string RunReport::changes(const Look& look) const
     return table.text(look.width, look.isColored, 2);
 }
 
-std::string RunReport::trace(const Look& look, std::size_t begin) const
+std::string RunReport::trace(const Look& look) const
 {
     Table table(
         {{"Rule"}, {"Target", false, true, 15}, {"Name", false, true, 12}, {"Value", false, true, 16}, {"Effect"}});
-    for (std::size_t index = begin; index < recording_.steps().size(); ++index) {
+    for (std::size_t index = begin_; index < recording_.steps().size(); ++index) {
         const Step& step = recording_.steps()[index];
         const std::string value = step.value ? shown(step.value, sets_.after(step)) : kNull;
         table.addRow({{whereOf(step), Color::Dim},
@@ -159,11 +167,10 @@ std::string RunReport::trace(const Look& look, std::size_t begin) const
     return table.text(look.width, look.isColored, 2);
 }
 
-std::string RunReport::warnings(const Look& look, const Step* step) const
+std::string RunReport::warnings(const Look& look) const
 {
     std::string text;
     for (const Consequence& one : consequences_) {
-        if (step != nullptr && one.step != step) continue;
         const std::string name = placeName(one.place);
         text += fmt::format("  {} {}: {}{}{} {} [{}]\n", colored("warning:", Color::Yellow, look.isColored),
                             whereOf(*one.step), shownUtf8(one.place.name), name.empty() ? "" : " ", name + ":",
@@ -175,7 +182,7 @@ std::string RunReport::warnings(const Look& look, const Step* step) const
 std::string RunReport::summary() const
 {
     const auto count = [this](char sign) {
-        return std::ranges::count_if(recording_.changes(), [sign](const Change& change) {
+        return std::ranges::count_if(changes_, [sign](const Change& change) {
             return change.sign() == sign && change.place.kind != Place::Kind::Variable; // these do not last
         });
     };
@@ -214,7 +221,7 @@ Json RunReport::stepJson(const Step& step) const
 Json RunReport::json(bool withTrace) const
 {
     Json json = {{"changes", Json::array()}};
-    for (const Change& change : recording_.changes()) json["changes"].push_back(changeJson(change));
+    for (const Change& change : changes_) json["changes"].push_back(changeJson(change));
     if (withTrace) {
         json["trace"] = Json::array();
         for (const Step& step : recording_.steps()) json["trace"].push_back(stepJson(step));

@@ -23,8 +23,10 @@ struct Look {
 /// One recorded run and its dataset, both of which must outlive it.
 class RunReport {
 public:
-    /// @param recording made with originals. @param dataset as the run left it.
-    RunReport(const Recording& recording, DcmDataset& dataset);
+    /// @param recording made with originals. @param dataset as the run left it. @param wanted which consequences count.
+    /// @param begin the number of the first step that is looked at: what those before it did is left out.
+    RunReport(const Recording& recording, DcmDataset& dataset, const ConsequenceSwitches& wanted = {},
+              std::size_t begin = 0);
 
     const std::vector<Consequence>& consequences() const { return consequences_; }
 
@@ -32,12 +34,10 @@ public:
     std::string changes(const Look& look) const;
 
     /// A line for each rule: where it stands, its target and value, what it did; and what its built-ins said.
-    /// @param begin the first step that is shown.
-    std::string trace(const Look& look, std::size_t begin = 0) const;
+    std::string trace(const Look& look) const;
 
     /// A line for each consequence.
-    /// @param step only those that this step caused last; null for all.
-    std::string warnings(const Look& look, const Step* step = nullptr) const;
+    std::string warnings(const Look& look) const;
 
     /// "1 added, 2 changed, 0 deleted; 1 warning"
     std::string summary() const;
@@ -55,9 +55,14 @@ private:
     nlohmann::ordered_json stepJson(const Step& step) const;
 
     const Recording& recording_;
+    const std::size_t begin_;
+    const std::vector<Change> changes_;
     RunCharacterSets sets_;
     std::vector<Consequence> consequences_;
 };
+
+/// @param unseen what an element holds. @return that rules see no text in it, as a sentence.
+std::string noteOnUnseen(const std::string& unseen);
 
 /// @return the name of an element's place in the data dictionary or in the server's block: "PatientName"; empty for an
 ///         unknown one and for places that are no elements.

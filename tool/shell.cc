@@ -88,18 +88,20 @@ private:
     void evaluate(const std::string& line)
     {
         const Evaluation result = session_.evaluate(line);
+        for (const std::string& note : ShellSession::notesOn(line)) printNote(note);
         for (const std::string& message : result.messages) printMessage(message);
         if (!result.failure.empty()) throw std::runtime_error(shownUtf8(result.failure));
         if (result.value) printLine(RunReport::shown(result.value, CharacterSet::of(session_.dataset())));
         else printLine(colored("NULL", Color::Dim, look_.isColored));
+        if (!result.unseen.empty()) printNote(noteOnUnseen(result.unseen));
     }
 
     void apply(const std::string& line)
     {
         const Step& step = session_.addRule(line);
-        const RunReport report(session_.recording(), session_.dataset());
+        const RunReport report(session_.recording(), session_.dataset(), {}, step.number);
         if (showsTrace_) {
-            printLines(report.trace(look_, session_.recording().steps().size() - 1));
+            printLines(report.trace(look_));
         } else {
             const CharacterSet set = CharacterSet::of(session_.dataset());
             for (const std::string& message : step.messages) printMessage(message);
@@ -111,7 +113,7 @@ private:
                     fmt::format(": {} -> {}", RunReport::shown(step.before, set), RunReport::shown(step.after, set));
             printLine(text);
         }
-        printLines(report.warnings(look_, &step));
+        printLines(report.warnings(look_));
         if (!step.failure.empty()) {
             const std::string failure = step.failure;
             session_.undo(); // no later rule would be applied
@@ -190,6 +192,8 @@ private:
         printLine(argument.substr(0, completion.begin) + completion.text);
         for (const std::string& offer : completion.offers) printLine("  " + offer);
     }
+
+    void printNote(const std::string& note) { printLine(colored("note: " + note, Color::Dim, look_.isColored)); }
 
     void printMessage(const std::string& message)
     {

@@ -2,6 +2,7 @@
 // Rules come and go by applying all of them again to a copy of the dataset as it was read.
 #include "tool/shellsession.h"
 
+#include "tool/lint.h"
 #include "tool/output.h"
 #include "tool/replacement.h"
 #include "tool/table.h"
@@ -19,12 +20,6 @@ namespace {
 
 constexpr const char* kRulesName = "shell"; // where rules stand, in messages
 
-std::string withoutFeed(std::string text)
-{
-    if (text.ends_with('\n')) text.pop_back();
-    return text;
-}
-
 DcmFileFormat* formatAround(DcmDataset& dataset)
 {
     return dynamic_cast<DcmFileFormat*>(dataset.getParent());
@@ -41,17 +36,47 @@ void restore(DcmDataset& dataset, DcmDataset& original)
     }
 }
 
-// As the engine has it: the text ends at a NUL, and "\r" and the like are blanks.
-RuleLine parseExpression(std::string_view expression, unsigned line)
+using LintLine = void (*)(const Site&);
+
+std::vector<Finding> findingsOf(const RuleLine& line, LintLine lint)
 {
-    RuleLine rule;
-    rule.kind = RuleLine::Kind::Rule;
-    rule.line = line;
-    rule.text = expression.substr(0, expression.find('\0'));
-    rule.target = std::make_unique<LVTempVar>(""); // no rule can name it
-    rule.expression = rule.trace.parse(rule.text.c_str());
-    if (!rule.expression) throw LineError(withoutFeed(rule.trace.message), rule.text, rule.trace.fault);
-    return rule;
+    static const RuleFile file{kRulesName, {}};
+    Findings findings{CheckSwitches()};
+    lint({file, line, findings});
+    return findings.take();
+}
+
+/// @param line a bad one. @param prefix what of its text was not typed.
+LineError explained(const RuleLine& line, std::size_t prefix = 0)
+{
+    const std::string_view typed = std::string_view(line.text).substr(prefix);
+    const std::vector<Finding> findings = findingsOf(line, lintError);
+    if (findings.empty()) return {line.message(), typed, {}};
+    const Finding& first = findings.front();
+    return {first.message, typed, {first.span.begin - prefix, first.span.end - prefix}, first.hint};
+}
+
+constexpr std::string_view kSomeTarget = "$(x)="; // an expression is read, and judged, as if it were a rule's
+
+// As the engine has it: the text ends at a NUL, and "\r" and the like are blanks.
+RuleLine readExpression(std::string_view expression)
+{
+    RuleLine line;
+    line.text = std::string(kSomeTarget) + std::string(expression.substr(0, expression.find('\0')));
+    line.equals = kSomeTarget.size() - 1;
+    line.target = std::make_unique<LVTempVar>("x");
+    line.expression = line.trace.parse(line.right().data()); // the text's end is the line's
+    line.kind = line.expression ? RuleLine::Kind::Rule : RuleLine::Kind::Bad;
+    return line;
+}
+
+RuleLine parseExpression(std::string_view expression)
+{
+    if (expression.find_first_not_of(" \t\r\n") == std::string_view::npos)
+        throw LineError("there is no expression", {}, {}, "\"\" is the empty text, NULL() the absent value");
+    RuleLine line = readExpression(expression);
+    if (!line.expression) throw explained(line, kSomeTarget.size());
+    return line;
 }
 
 RuleLine parseRule(std::string_view line, unsigned number)
@@ -60,31 +85,27 @@ RuleLine parseRule(std::string_view line, unsigned number)
     if (read.lines.size() != 1) throw LineError("Longer than a line of a mapping file may be", line.substr(0, 60), {});
     RuleLine rule = std::move(read.lines.front());
     rule.line = number;
-    if (rule.kind == RuleLine::Kind::Rule) return rule;
-    if (!rule.target) {
-        const std::string message = rule.leftMessage.empty() ? "No target that a rule can have" : rule.leftMessage;
-        throw LineError(message.substr(0, message.find('\n')), rule.text, {0, rule.equals});
-    }
-    const kxmap::Span& fault = rule.trace.fault;
-    throw LineError(withoutFeed(rule.trace.message), rule.text,
-                    {fault.begin + rule.rightBegin(), fault.end + rule.rightBegin()});
+    if (rule.kind != RuleLine::Kind::Rule) throw explained(rule);
+    return rule;
 }
 
 } // namespace
 
-LineError::LineError(std::string_view message, std::string_view text, kxmap::Span fault)
+LineError::LineError(std::string_view message, std::string_view text, kxmap::Span fault, std::string_view hint)
 {
     const std::size_t begin = std::min(fault.begin, text.size());
     const std::size_t end = std::clamp(fault.end, begin, text.size());
     const std::size_t indent = displayWidth(shownUtf8(text.substr(0, begin)));
     const std::size_t width = displayWidth(shownUtf8(text.substr(begin, end - begin)));
-    text_ = fmt::format("{}\n  {}\n  {}{}", shownUtf8(message), shownUtf8(text), std::string(indent, ' '),
-                        std::string(std::max<std::size_t>(width, 1), '^'));
+    text_ = shownUtf8(message);
+    if (!text.empty())
+        text_ += fmt::format("\n  {}\n  {}{}", shownUtf8(text), std::string(indent, ' '),
+                             std::string(std::max<std::size_t>(width, 1), '^'));
+    if (!hint.empty()) text_ += "\n  note: " + shownUtf8(hint);
 }
 
-ShellSession::ShellSession(const std::filesystem::path& file)
+ShellSession::ShellSession(const std::filesystem::path& file) : source_{kRulesName, {}}
 {
-    rules_.path = kRulesName;
     if (file.empty()) empty_ = std::make_unique<DcmDataset>();
     else file_ = std::make_unique<DicomFile>(file);
     session_.dataset = file_ ? &file_->dataset() : empty_.get();
@@ -103,44 +124,52 @@ bool ShellSession::looksLikeRule(std::string_view line)
     return equals != std::string_view::npos && line.substr(0, equals).find('"') == std::string_view::npos;
 }
 
+std::vector<std::string> ShellSession::notesOn(std::string_view expression)
+{
+    std::vector<std::string> notes;
+    const RuleLine line = readExpression(expression);
+    if (line.kind != RuleLine::Kind::Rule) return notes;
+    const RuleFile read = looksLikeRule(expression) ? readRuleText(expression, kRulesName) : RuleFile();
+    if (!read.lines.empty() && read.lines.front().target)
+        return {fmt::format("this is a rule, not an expression; its right side alone is {}",
+                            shownUtf8(read.lines.front().right()))};
+    for (const Finding& finding : findingsOf(line, lintExpression))
+        notes.push_back(shownUtf8(finding.message) + (finding.hint.empty() ? "" : "; " + shownUtf8(finding.hint)));
+    return notes;
+}
+
 void ShellSession::applyAll()
 {
     DcmDataset& dataset = *session_.dataset;
     restore(dataset, *original_);
     session_ = {};
     session_.dataset = &dataset;
-    recording_ = {};
     gseed = 0;
-    rules_.lines.reserve(rules_.lines.size() + 1); // evaluate() adds a line without moving those recorded
-    recording_.run({&rules_}, session_, true);
+    recording_.begin(session_, true);
+    for (const RuleLine& rule : rules_) recording_.apply(source_, rule);
 }
 
 Evaluation ShellSession::evaluate(std::string_view expression)
 {
-    rules_.lines.push_back(parseExpression(expression, static_cast<unsigned>(rules_.lines.size() + 1)));
-    DcmDataset dataset(*original_);
-    MappingSession session;
-    session.dataset = &dataset;
-    Recording recording;
-    gseed = 0;
-    recording.run({&rules_}, session, false);
-    rules_.lines.pop_back();
-    const Step& step = recording.steps().back();
-    return {step.value, step.messages, step.failure};
+    const RuleLine line = parseExpression(expression);
+    const unsigned seed = gseed;
+    Evaluation evaluation = kxtool::evaluate(*line.expression, session_);
+    gseed = seed;
+    return evaluation;
 }
 
 const Step& ShellSession::addRule(std::string_view line)
 {
-    rules_.lines.push_back(parseRule(line, static_cast<unsigned>(rules_.lines.size() + 1)));
-    applyAll();
+    rules_.push_back(parseRule(line, static_cast<unsigned>(rules_.size() + 1)));
+    recording_.apply(source_, rules_.back());
     return recording_.steps().back();
 }
 
 std::optional<std::string> ShellSession::undo()
 {
-    if (rules_.lines.empty()) return std::nullopt;
-    std::string text = std::move(rules_.lines.back().text);
-    rules_.lines.pop_back();
+    if (rules_.empty()) return std::nullopt;
+    std::string text = std::move(rules_.back().text);
+    rules_.pop_back();
     applyAll();
     return text;
 }

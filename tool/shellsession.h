@@ -9,6 +9,7 @@
 
 #include <dcmtk/dcmdata/dcdatset.h>
 
+#include <deque>
 #include <filesystem>
 #include <memory>
 #include <optional>
@@ -24,24 +25,18 @@ namespace kxtool {
 class LineError : public std::exception {
 public:
     /// @param text the line, bytes as typed. @param fault what in it the message is about.
-    LineError(std::string_view message, std::string_view text, kxmap::Span fault);
+    /// @param hint what to write instead; may be empty.
+    LineError(std::string_view message, std::string_view text, kxmap::Span fault, std::string_view hint = {});
 
-    /// @return the message, the line, and carets below the fault; three lines without the last line feed.
+    /// @return the message, the line, carets below the fault, and the hint; a line each, without the last line feed.
     const char* what() const noexcept override { return text_.c_str(); }
 
 private:
     std::string text_;
 };
 
-/// What an expression came to.
-struct Evaluation {
-    std::optional<std::string> value;  ///< none for NULL
-    std::vector<std::string> messages; ///< of the built-ins
-    std::string failure;               ///< of a built-in that threw
-};
-
-/// All rules are applied anew to the dataset as it was read whenever one comes or goes, as if they stood in one mapping
-/// file: what is there is always what that file would make. "rnd" without a seed begins each time as in a new server.
+/// The rules stand as if in one mapping file: what is there is always what that file would make of the dataset as it was
+/// read. "rnd" without a seed begins as in a new server.
 class ShellSession {
 public:
     /// Reads the whole file: it may change or go while the session lasts.
@@ -52,16 +47,19 @@ public:
     /// @return whether a line is meant as a rule: it has a "=", and no quote before it.
     static bool looksLikeRule(std::string_view line);
 
+    /// @return what "kxmap check" would say of an expression, and whether it is a rule; nothing of one that does not parse.
+    static std::vector<std::string> notesOn(std::string_view expression);
+
     /// Evaluates an expression as the next rule would, and changes nothing. @throws LineError
     Evaluation evaluate(std::string_view expression);
 
-    /// Adds a rule. @return the step it made, valid until the next rule comes or goes. @throws LineError
+    /// Adds a rule. @return the step it made, valid until a rule is taken back. @throws LineError
     const Step& addRule(std::string_view line);
 
     /// Takes the last rule back. @return its text; none when there is no rule.
     std::optional<std::string> undo();
 
-    const std::vector<RuleLine>& rules() const { return rules_.lines; }
+    const std::deque<RuleLine>& rules() const { return rules_; }
     const Recording& recording() const { return recording_; }
     const MappingSession& session() const { return session_; }
     DcmDataset& dataset() { return *session_.dataset; }
@@ -76,7 +74,8 @@ private:
     std::unique_ptr<DcmDataset> empty_;         // in its stead
     std::unique_ptr<DcmDataset> original_;      // as read
     std::unique_ptr<DcmMetaInfo> originalMeta_; // as read; null without a file
-    RuleFile rules_;
+    const RuleFile source_;                     // what rules are said to stand in
+    std::deque<RuleLine> rules_;                // what is recorded refers to them
     MappingSession session_;
     Recording recording_;
 };

@@ -180,6 +180,19 @@ std::string shownUtf8(std::string_view text)
     return shown;
 }
 
+std::string shownQuoted(std::string_view text)
+{
+    constexpr std::size_t kShown = 60;    // columns
+    constexpr std::size_t kEnough = 1000; // bytes that fill them in any case
+    std::string shown = shownUtf8(text.substr(0, kEnough));
+    if (displayWidth(shown) <= kShown) return '"' + shown + '"';
+    while (displayWidth(shown) > kShown - 3) {
+        while ((static_cast<unsigned char>(shown.back()) & 0xC0U) == 0x80) shown.pop_back();
+        shown.pop_back();
+    }
+    return '"' + shown + "...\"";
+}
+
 std::size_t displayWidth(std::string_view text)
 {
     const Utf8Scope utf8;

@@ -46,6 +46,9 @@ private:
 ///         of writing or do not show, and bytes that are no UTF-8 are spelled out as \x1B and \u202E. Others stay.
 std::string shownUtf8(std::string_view text);
 
+/// @return a text of UTF-8 in double quotes, fit to be shown in a sentence: cut where it is long.
+std::string shownQuoted(std::string_view text);
+
 /// @return the columns that a UTF-8 text takes on a terminal: 2 for wide characters, 0 for combining ones.
 std::size_t displayWidth(std::string_view text);
 

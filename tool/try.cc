@@ -8,6 +8,7 @@
 #include "tool/recorder.h"
 #include "tool/ruleoptions.h"
 #include "tool/runreport.h"
+#include "tool/switches.h"
 #include "tool/table.h"
 
 #include <CLI/CLI.hpp>
@@ -26,6 +27,8 @@ struct TryOptions {
     RuleChoice rules;
     std::vector<std::string> userFields; // NAME=TEXT
     std::string format = "text";
+    std::vector<std::string> warnings; // what follows -W
+    bool listsWarnings = false;
     bool showsTrace = false;
     ColorMode color = ColorMode::Auto;
     std::vector<std::string> inputs;
@@ -34,7 +37,8 @@ struct TryOptions {
 /// Goes through the files; what was found is in its exit code.
 class Trial {
 public:
-    explicit Trial(const TryOptions& options) : options_(options), look_{outputWidth(), usesColor(options.color)}
+    Trial(const TryOptions& options, const ConsequenceSwitches& wanted)
+        : options_(options), wanted_(wanted), look_{outputWidth(), usesColor(options.color)}
     {
         std::size_t lostCount = 0;
         files_ = readChosenRules(options.rules, lostCount);
@@ -70,7 +74,7 @@ private:
         for (const RuleFile& one : files_) rules.push_back(&one);
         Recording recording;
         recording.run(rules, session, true);
-        const RunReport report(recording, file.dataset());
+        const RunReport report(recording, file.dataset(), wanted_);
         if (options_.format == "json") printJson(path, report);
         else printText(path, recording, report);
         if (!report.consequences().empty() || !recording.failure().empty()) raise(kShortcoming);
@@ -105,17 +109,30 @@ private:
     }
 
     const TryOptions& options_;
+    const ConsequenceSwitches& wanted_;
     const Look look_;
     std::vector<RuleFile> files_;
     bool isFirst_ = true;
     int exitCode_ = kAllGood;
 };
 
+ConsequenceSwitches switchesOf(const std::vector<std::string>& warnings)
+{
+    ConsequenceSwitches wanted;
+    for (const std::string& warning : warnings) {
+        if (!wanted.set(warning))
+            throw CLI::ValidationError("-W" + warning,
+                                       "no warning of that name (\"kxmap try --list-warnings\" lists them)");
+    }
+    return wanted;
+}
+
 int runTry(const TryOptions& options)
 {
+    const ConsequenceSwitches wanted = switchesOf(options.warnings);
     try {
         requireDictionary();
-        return Trial(options).run();
+        return Trial(options, wanted).run();
     } catch (const std::exception& error) { // no rules, no dictionary
         reportError(error.what());
         return kUnusable;
@@ -140,7 +157,8 @@ std::string footer()
            "            null for absent), rules (array of: file, line, text)\n"
            "  trace     with --trace, array of: rule (file, line, text), kind, place, name, value (text, or null for\n"
            "            NULL), effect (\"set\", \"created\", \"deleted\", \"was absent\", \"skipped as unknown\",\n"
-           "            \"no such item\", \"no change\", \"failed\"), before, after, messages (array of texts)\n"
+           "            \"refused\", \"no such item\", \"no change\", \"failed\"), before, after, messages (array of "
+           "texts)\n"
            "  warnings  array of: warning (a name from above), kind, place, name, text, rule (file, line, text)\n"
            "  failure   null, or why the rules ended early, as they would in the server\n"
            "\n"
@@ -148,8 +166,9 @@ std::string footer()
            "  kxmap try image.dcm --aet CT1\n"
            "  kxmap try scans/ --aet CT1 --mappings new/mappings --format=json | jq .warnings\n"
            "\n"
-           "Exit codes: 0 nothing wrong; 1 warnings, dropped rules or a failed rule; 2 a file could not be read, no\n"
-           "rules, or usage error.";
+           "Exit codes: 0 nothing wrong; 1 warnings that are not switched off, dropped rules or a failed rule; 2 a "
+           "file\n"
+           "could not be read, no rules, or usage error.";
 }
 
 } // namespace
@@ -164,12 +183,14 @@ void addTry(CLI::App& app, int& exitCode)
     command->add_option("--format", options->format, "How to print: text or json")
         ->type_name("FORMAT")
         ->check(CLI::IsMember({"text", "json"}).description(""));
+    addSwitchOptions(*command, options->warnings, options->listsWarnings,
+                     "-Wno-NAME switches a warning off, -WNAME on again; -Wno-all and -Wall every one of them");
     addColorOption(*command, options->color);
-    command->add_option("IN", options->inputs, "DICOM files, and folders with all files below them")
-        ->type_name("")
-        ->required();
+    command->add_option("IN", options->inputs, "DICOM files, and folders with all files below them")->type_name("");
     command->footer(footer());
     command->callback([=, &exitCode] {
+        if (options->listsWarnings) return listConsequences();
+        if (options->inputs.empty()) throw CLI::RequiredError("IN");
         requireRuleChoice(options->rules);
         exitCode = runTry(*options);
     });

@@ -26,11 +26,11 @@ std::optional<Fault> charsetFault(const Sample& sample)
     if (!hasCharacterSet(sample.vr) || isPlainAscii(sample.text)) return std::nullopt;
     if (!sample.set.toUtf8(sample.text))
         return Fault{fault::kCharset, fmt::format("{} is not in the dataset's character set {}",
-                                                  inQuotes(sample.set.readable(sample.text)), sample.set.name())};
+                                                  shownQuoted(sample.set.readable(sample.text)), sample.set.name())};
     if (sample.set.isSingleByte() && isUtf8(sample.text))
-        return Fault{fault::kCharset,
-                     fmt::format("{} seems to be UTF-8; in the dataset's character set {} it reads {}",
-                                 inQuotes(sample.text), sample.set.name(), inQuotes(sample.set.readable(sample.text)))};
+        return Fault{fault::kCharset, fmt::format("{} seems to be UTF-8; in the dataset's character set {} it reads {}",
+                                                  shownQuoted(sample.text), sample.set.name(),
+                                                  shownQuoted(sample.set.readable(sample.text)))};
     return std::nullopt;
 }
 
@@ -46,24 +46,11 @@ std::optional<Fault> multiplicityFault(const Sample& sample, std::string_view ut
     const std::string range = most == least           ? std::to_string(least)
                               : most == DcmVariableVM ? fmt::format("{} or more", least)
                                                       : fmt::format("{} to {}", least, most);
-    return Fault{fault::kMultiplicity, fmt::format("{} is {} value{}, the attribute takes {}", inQuotes(utf8), count,
+    return Fault{fault::kMultiplicity, fmt::format("{} is {} value{}, the attribute takes {}", shownQuoted(utf8), count,
                                                    count == 1 ? "" : "s", range)};
 }
 
 } // namespace
-
-std::string inQuotes(std::string_view text)
-{
-    constexpr std::size_t kShown = 40;    // columns
-    constexpr std::size_t kEnough = 1000; // bytes that fill them in any case
-    std::string shown = shownUtf8(text.substr(0, kEnough));
-    if (displayWidth(shown) <= kShown) return '"' + shown + '"';
-    while (displayWidth(shown) > kShown - 3) {
-        while ((static_cast<unsigned char>(shown.back()) & 0xC0U) == 0x80) shown.pop_back();
-        shown.pop_back();
-    }
-    return '"' + shown + "...\"";
-}
 
 std::vector<std::string_view> split(std::string_view text, char separator)
 {
@@ -103,7 +90,7 @@ std::vector<Fault> faultsOf(const Sample& sample)
     const std::string& utf8 = converted ? *converted : sample.text;
     if (const auto value = faultOf(sample.vr, utf8)) {
         const bool isLength = value->kind == ValueFault::Kind::TooLong; // the other message shows the value itself
-        add(isLength ? Fault{fault::kLength, fmt::format("{}: {}", inQuotes(utf8), value->message)}
+        add(isLength ? Fault{fault::kLength, fmt::format("{}: {}", shownQuoted(utf8), value->message)}
                      : Fault{fault::kForm, shownUtf8(value->message)});
     }
     add(multiplicityFault(sample, utf8));

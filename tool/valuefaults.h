@@ -41,9 +41,6 @@ std::vector<Fault> faultsOf(const Sample& sample);
 /// @return whether the VR is one of texts.
 bool isText(DcmEVR vr);
 
-/// @return a text of UTF-8 in quotes, fit to be shown in a sentence: cut where it is long.
-std::string inQuotes(std::string_view text);
-
 /// @return the parts between the separators, one at least.
 std::vector<std::string_view> split(std::string_view text, char separator);
 

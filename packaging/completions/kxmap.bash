@@ -15,7 +15,7 @@ _kxmap_formats() {
 }
 
 _kxmap_warnings() {
-    "${COMP_WORDS[0]}" check --list-warnings 2>/dev/null | sed -n 's/^\([a-z][a-z-]*\)  *\(warning\|off\) .*/-W\1 -Wno-\1/p'
+    "${COMP_WORDS[0]}" "$1" --list-warnings 2>/dev/null | sed -n 's/^\([a-z][a-z-]*\)  *\(warning\|off\) .*/-W\1 -Wno-\1/p'
 }
 
 # The AE titles that have a mapping file in the folder of --mappings, or in that of DICOM_VAR.
@@ -60,8 +60,10 @@ _kxmap() {
 
     if [[ -z $command ]]; then
         candidates=$(compgen -W "$(_kxmap_commands; _kxmap_options)" -- "$cur")
-    elif [[ $command == check && $cur == -W* ]]; then
-        candidates=$(compgen -W "$(_kxmap_warnings) -Wall -Wno-all -Werror" -- "$cur")
+    elif [[ ($command == check || $command == try) && $cur == -W* ]]; then
+        word=
+        [[ $command == check ]] && word=-Werror
+        candidates=$(compgen -W "$(_kxmap_warnings "$command") -Wall -Wno-all $word" -- "$cur")
     elif [[ $cur == -* ]]; then
         candidates=$(compgen -W "$(_kxmap_options "$command")" -- "$cur")
     else

@@ -27,10 +27,10 @@ function __kxmap_formats
 end
 
 function __kxmap_warnings
-    for name in (kxmap check --list-warnings 2>/dev/null | string replace -rf '^([a-z][a-z-]*) +(?:warning|off) .*' '$1') all
+    for name in (kxmap (__kxmap_command) --list-warnings 2>/dev/null | string replace -rf '^([a-z][a-z-]*) +(?:warning|off) .*' '$1') all
         printf '%s\n' -W$name -Wno-$name
     end
-    echo -Werror
+    contains -- check (__kxmap_command); and echo -Werror
 end
 
 function __kxmap_functions
@@ -66,6 +66,6 @@ complete -c kxmap -n '__kxmap_after --single' -f -a '(__fish_complete_suffix .ma
 complete -c kxmap -n '__kxmap_after --format' -f -a '(__kxmap_formats)'
 complete -c kxmap -n '__kxmap_after --color' -f -a 'auto always never'
 complete -c kxmap -n '__kxmap_after --reason' -f -a 'COERCE CORRECT'
-complete -c kxmap -n 'contains -- check (__kxmap_command); and string match -q -- "-W*" (commandline -ct)' -f -a '(__kxmap_warnings)'
+complete -c kxmap -n 'contains -- (__kxmap_command) check try; and string match -q -- "-W*" (commandline -ct)' -f -a '(__kxmap_warnings)'
 complete -c kxmap -n 'contains -- check (__kxmap_command); and not __kxmap_after --format --color' -f -a '(__fish_complete_suffix .map)'
 complete -c kxmap -n 'contains -- functions (__kxmap_command)' -f -a '(__kxmap_functions)'

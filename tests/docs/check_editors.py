@@ -37,6 +37,7 @@ COMPLETIONS = (
     ("kxmap functions toU", {"toUpper"}),
     ("kxmap check --format s", {"sarif"}),
     ("kxmap check -Wno-unset", {"-Wno-unset-variable"}),
+    ("kxmap try -Wno-ident", {"-Wno-identity"}),
 )
 
 # A line, and the scopes that the grammar gives its parts.

@@ -2,6 +2,8 @@
 // Runs the built kxmap as a shell does, and looks at what it left.
 #pragma once
 
+#include "support/fixture.h"
+
 #include <filesystem>
 #include <fstream>
 #include <iterator>
@@ -38,5 +40,20 @@ inline ToolRun runTool(const std::filesystem::path& folder, const std::string& a
     std::filesystem::remove(errors);
     return run;
 }
+
+/// @return the path of one of pydicom's files.
+inline std::string testFile(const std::string& name)
+{
+    return KXDCM_PYDICOM_DATA "/test_files/" + name;
+}
+
+/// A folder with the CT image "ct.dcm": ISO_IR 100, StationName CT01_OC0, PatientID 1CT1, StudyDescription e+1, Rows and
+/// Columns 128.
+class WithImage : public testing::Test {
+protected:
+    void SetUp() override { std::filesystem::copy_file(testFile("CT_small.dcm"), dir.path() / "ct.dcm"); }
+
+    const TempDir dir;
+};
 
 } // namespace kxtest

@@ -13,19 +13,13 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const std::string kTestFiles = KXDCM_PYDICOM_DATA "/test_files/";
-
-class ToolShell : public testing::Test {
+class ToolShell : public WithImage {
 protected:
-    void SetUp() override { fs::copy_file(kTestFiles + "CT_small.dcm", dir.path() / "ct.dcm"); }
-
     ToolRun shell(const std::string& lines, const std::string& arguments = "ct.dcm") const
     {
         const TempDir input;
         return runTool(dir.path(), "shell " + arguments + " <'" + input.write("lines", lines) + "'");
     }
-
-    const TempDir dir;
 };
 
 } // namespace
@@ -44,9 +38,20 @@ TEST_F(ToolShell, evalPrintsAValueOrSaysNull)
         {"'\"\"'", 0, "\n", ""},
         {"'\"a\tb\"' --raw", 0, "a\tb\n", ""},
         {"'\"a\tb\"'", 0, "a\\x09b\n", ""},
-        {"'(0028,0010)' ct.dcm", 0, "128\n", ""},
-        {"'add(\"x\",1)'", 1, "", "kxmap: Coercion: Invalid parameter at function add: x\nkxmap: NULL\n"},
-        {"'concat(\"ü\",foo(1))'", 2, "", "kxmap: Unknown function:foo\n  concat(\"ü\",foo(1))\n             ^^^\n"},
+        {"'(0028,0010)' ct.dcm", 0, "\n", "kxmap: note: the element holds \"128\", but rules see no text in its VR\n"},
+        {"'add((0010,0010),1)' ct.dcm", 1, "",
+         "kxmap: Coercion: Invalid parameter at function add: CompressedSamples^CT1\nkxmap: NULL\n"},
+        {"'concat(\"ü\",foo(1))'", 2, "",
+         "kxmap: there is no function \"foo\"\n  concat(\"ü\",foo(1))\n             ^^^\n"},
+        {"'a,b'", 2, "",
+         "kxmap: the right side falls into 2 parts at its commas\n  a,b\n  ^^^\n"
+         "  note: quote a text that holds commas; three parts are text, separator and field number\n"},
+        {"''", 2, "", "kxmap: there is no expression\n  note: \"\" is the empty text, NULL() the absent value\n"},
+        {"'(0010,0010)=x'", 0, "(0010,0010)=x\n",
+         "kxmap: note: this is a rule, not an expression; its right side alone is x\n"},
+        {"NULL", 0, "NULL\n",
+         "kxmap: note: without brackets this is the text \"NULL\"; NULL() is the absent value; put the text in quotes "
+         "where it is meant\n"},
         {"'1' nope.dcm", 2, "", "kxmap: nope.dcm: No such file or directory\n"},
     };
     for (const Case& c : kCases) {
@@ -87,17 +92,30 @@ TEST_F(ToolShell, failuresAreToldAndTheOthersGoOn)
               "(0010,0020)=\"x\"\n",
               "");
     EXPECT_EQ(run.exitCode, 1);
-    for (const char* text : {"kxmap: Invalid Dicom Tag:(0010,0020) \n  (0010,0020) =\"x\"\n  ^^^^^^^^^^^^\n",
+    for (const char* text : {"kxmap: blank before \"=\": the line is dropped\n  (0010,0020) =\"x\"\n             ^\n"
+                             "  note: remove the blank: (0010,0020)=\n",
                              "kxmap: :bogus: no such command", "kxmap: there is no rule", "kxmap: :save takes a file",
                              "kxmap: out.dcm: there is nothing to save"})
         EXPECT_THAT(run.errors, HasSubstr(text));
     EXPECT_THAT(run.output, HasSubstr("shell:1  (0010,0020)  PatientID  x      created\n"));
 }
 
+// A line costs what it does, not what all lines before it did: with these, the latter would take minutes.
+TEST_F(ToolShell, readsManyLines)
+{
+    std::string lines;
+    for (int i = 0; i < 20000; ++i)
+        lines += "(0010,4000)=concat((0010,0020),\"" + std::to_string(i) + "\")\n(0010,4000)\n";
+    const ToolRun run = shell(lines + ":undo\n(0010,4000)\n");
+    EXPECT_EQ(run.exitCode, 0) << run.errors;
+    EXPECT_TRUE(
+        run.output.ends_with("\n1CT119999\ntaken back: (0010,4000)=concat((0010,0020),\"19999\")\n1CT119998\n"));
+}
+
 TEST_F(ToolShell, savesWhatWasRead)
 {
     // In place twice, with the UIDs of the file meta information there and back; compressed pixel data stay.
-    fs::copy_file(kTestFiles + "MR_small_RLE.dcm", dir.path() / "mr.dcm");
+    fs::copy_file(testFile("MR_small_RLE.dcm"), dir.path() / "mr.dcm");
     const std::string before = contentOf(dir.path() / "mr.dcm");
     EXPECT_EQ(shell("(0008,0018)=\"1.2.3\"\n:save mr.dcm\n:save other.dcm\n:undo\n:save mr.dcm\n", "mr.dcm").exitCode,
               0);

@@ -2,10 +2,12 @@
 // kxmap try: what it shows of changes, what it warns of and what it does not, and that it writes nothing.
 #ifdef KXDCM_TOOL
 
+#include "KXItem.h"
 #include "support/fixture.h"
 #include "tool/run.h"
 
 #include <gmock/gmock.h>
+#include <nlohmann/json.hpp>
 
 using namespace kxtest;
 using testing::HasSubstr;
@@ -13,13 +15,8 @@ namespace fs = std::filesystem;
 
 namespace {
 
-const std::string kTestFiles = KXDCM_PYDICOM_DATA "/test_files/";
-
-// The CT image: ISO_IR 100, StationName CT01_OC0, PatientID 1CT1, StudyDescription e+1, Rows and Columns 128.
-class ToolTry : public testing::Test {
+class ToolTry : public WithImage {
 protected:
-    void SetUp() override { fs::copy_file(kTestFiles + "CT_small.dcm", dir.path() / "ct.dcm"); }
-
     ToolRun run(const std::string& rules, const std::string& options = "ct.dcm") const
     {
         dir.write("r.map", rules);
@@ -38,8 +35,6 @@ protected:
         }
         return names;
     }
-
-    const TempDir dir;
 };
 
 } // namespace
@@ -67,6 +62,14 @@ TEST_F(ToolTry, showsChangesWithTheirRules)
     EXPECT_EQ(std::distance(fs::directory_iterator(dir.path()), {}), 2);
 }
 
+TEST_F(ToolTry, namesTheRuleThatTookTheSequenceAway)
+{
+    EXPECT_THAT(
+        run("SEQ(0010,1002,0,0010,0020)=\"X\"\n(0010,1002)=NULL()\n").output,
+        HasSubstr(
+            "  -  (0010,1002)[0].(0010,0020)  PatientID                LO  ABCD1234   -      r.map:1, r.map:2\n"));
+}
+
 TEST_F(ToolTry, warnsOfWhatRulesMadeWrong)
 {
     struct Case {
@@ -86,6 +89,9 @@ TEST_F(ToolTry, warnsOfWhatRulesMadeWrong)
         {"(0028,0010)=70000", "pixels not-taken"},
         {"(0028,0011)=wide", "not-taken"},
         {"(0018,0050)=(0028,0010)", "no-text"},
+        {"(0028,0011)=(0028,0010)\n(0020,9164)=or((0028,0010),\"x\")\nUSER(u)=(0028,0010)\n$(v)=(7fe0,0010)",
+         "no-text no-text no-text"},
+        {"(0002,0010)=1.2.3", "header-group"},
         {"(0020,000d)=1.2.3\n(0008,0016)=NULL()\n(0008,0060)=\"\"", "identity identity identity"},
         {"(0010,0020)=\"X-1CT1\"", ""},
         {"(0010,0020)=NULL()", "identity"},
@@ -148,6 +154,73 @@ TEST_F(ToolTry, charactersAndColours)
     dir.write("r.map", "(0008,1030)=\"CT of the abdomen, with contrast\"");
     const std::string narrow = runTool(dir.path(), "try --single r.map ct.dcm", "export COLUMNS=60;").output;
     for (const char* part : {"CT of the", "abdomen,", "with", "contrast"}) EXPECT_THAT(narrow, HasSubstr(part));
+}
+
+TEST_F(ToolTry, saysWhatEachRuleDid)
+{
+    struct Case {
+        const char* rule;
+        const char* effect;
+    };
+    constexpr Case kCases[] = {
+        {"(0008,1010)=\"x\"", "set"},
+        {"(0008,1010)=\" x\"", "set"},
+        {"(0008,1010)=\" x  \"", "no change"}, // but for padding
+        {"(0008,1010)=(0008,1010)", "no change"},
+        {"(0008,1010)=(0028,0010)", "set"}, // to nothing
+        {"(0028,0010)=\"wide\"", "no change"},
+        {"(0028,0011)=(0028,0010)", "no change"}, // 128 both
+        {"(0028,0011)=(0028,0100)", "set"},
+        {"(0028,0012)=(0028,0010)", "created"},
+        {"(0008,1140)=\"x\"", "created"}, // an empty sequence
+        {"SEQ(0010,1002,0,0010,0020)=\"X\"", "set"},
+        {"SEQ(0010,1002,1,0010,0020)=NULL()", "deleted"},
+        {"SEQ(0010,1002,9,0010,0020)=NULL()", "no such item"},
+        {"SEQ(0010,0010,0,0010,0020)=\"X\"", "no such item"},
+        {"(0010,1002)=NULL()", "deleted"},
+        {"SEQ(0010,1002,0,0010,0020)=\"X\"", "no such item"},
+        {"(0010,1002)=NULL()", "was absent"},
+        {"(0011,1001)=\"x\"", "skipped as unknown"},
+        {"(fffe,e000)=\"x\"", "skipped as unknown"},
+        {"(0011,1001)=NULL()", "was absent"},
+        {"USER(u)=(0028,0010)", "created"},
+        {"USER(u)=\"\"", "no change"},
+        {"USER(u)=\"1\"", "set"},
+        {"USER(u)=NULL()", "deleted"},
+        {"USER(u)=NULL()", "was absent"},
+        {"$(@v)=\"1\"", "created"},
+        {"$(@v)=\"2\"", "no change"}, // the first write wins
+        {"$(@v)=NULL()", "deleted"},
+        {"$(@v)=\"2\"", "created"},
+    };
+    std::string rules;
+    for (const Case& c : kCases) rules += std::string(c.rule) + "\n";
+    const auto result = nlohmann::json::parse(run(rules, "--trace --format=json ct.dcm").output);
+    ASSERT_EQ(result["trace"].size(), std::size(kCases));
+    for (std::size_t i = 0; i < std::size(kCases); ++i)
+        EXPECT_EQ(result["trace"][i]["effect"], kCases[i].effect) << i << ": " << kCases[i].rule;
+    EXPECT_EQ(result["trace"][20]["value"], ""); // what was stored, not 128
+}
+
+TEST_F(ToolTry, refusesABlockThatIsAnothers)
+{
+    DcmFileFormat format;
+    ASSERT_TRUE(format.loadFile((dir.path() / "ct.dcm").c_str()).good());
+    const DcmTagKey creator(KXItem::kGroup, KXItem::kCreatorElement);
+    ASSERT_TRUE(format.getDataset()->putAndInsertString(DcmTag(creator, EVR_LO), "SOMEONE ELSE").good());
+    ASSERT_TRUE(format.saveFile((dir.path() / "other.dcm").c_str()).good());
+    EXPECT_THAT(run("(0075,1001)=\"1\"", "--trace ct.dcm").output, HasSubstr("created"));
+    EXPECT_THAT(run("(0075,1001)=\"1\"", "--trace other.dcm").output, HasSubstr("refused"));
+}
+
+TEST_F(ToolTry, warningsCanBeSwitchedOff)
+{
+    const char* const rules = "(0010,0020)=NULL()\n(0008,0023)=\"x\"";
+    EXPECT_EQ(run(rules, "-Wno-identity -Wno-form ct.dcm").exitCode, 0);
+    EXPECT_THAT(run(rules, "-Wno-all -Widentity ct.dcm").output, HasSubstr("; 1 warning\n"));
+    EXPECT_EQ(run(rules, "-Wno-all --format=json ct.dcm").output.find("[form]"), std::string::npos);
+    EXPECT_EQ(run(rules, "-Wno-nothing ct.dcm").exitCode, 2);
+    EXPECT_THAT(runTool(dir.path(), "try --list-warnings").output, HasSubstr("\nheader-group"));
 }
 
 TEST_F(ToolTry, exitCodes)
