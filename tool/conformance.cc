@@ -14,6 +14,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <iterator>
 #include <map>
 #include <memory>
 #include <string>
@@ -32,10 +33,16 @@ struct Options {
     bool isOutbound = false;
 };
 
+/// A line that the engine drops: what it should have done is not done.
+struct DroppedLine {
+    std::string source; ///< "global/pre.map:12"
+    std::string text;
+};
+
 /// What one AE title gets.
 struct Section {
     std::string aeTitle; ///< empty: everybody without a mapping of their own
-    std::vector<fs::path> files;
+    std::vector<DroppedLine> dropped;
     std::vector<CoercionRow> rows;
 };
 
@@ -68,8 +75,12 @@ Section sectionFor(const fs::path& folder, Direction direction, const std::strin
     std::vector<const RuleFile*> files;
     for (const MappingSlot& slot : slotsFor(folder, direction, aeTitle)) {
         if (!slot.isThere) continue;
-        section.files.push_back(slot.name);
         files.push_back(&store.get(folder / slot.name));
+        for (const RuleLine& line : files.back()->lines) {
+            if (line.isLost())
+                section.dropped.push_back(
+                    {fmt::format("{}:{}", shownUtf8(slot.name.native()), line.line), shownUtf8(line.text)});
+        }
     }
     section.rows = coercionTable(files, folder);
     return section;
@@ -109,6 +120,12 @@ void printMarkdownSection(const Section& section, bool isOutbound)
     printLine("");
     printLine("### " + headOf(section, isOutbound));
     printLine("");
+    if (!section.dropped.empty()) {
+        std::string places;
+        for (const DroppedLine& line : section.dropped) places += (places.empty() ? "" : ", ") + markdown(line.source);
+        printLine(fmt::format("Dropped by the engine, so that they have no row: {}.", places));
+        printLine("");
+    }
     if (section.rows.empty()) {
         printLine("No attributes are coerced.");
         return;
@@ -137,31 +154,36 @@ void printMarkdown(const std::vector<Section>& sections, bool isOutbound)
     for (const Section& section : sections) printMarkdownSection(section, isOutbound);
 }
 
-// RFC 4180: quotes around all that needs them, CR LF at the ends of records.
+/// RFC 4180: quotes around all that needs them; CR LF at the ends of lines.
+/// @return the cell; with an apostrophe in front where a spreadsheet would compute it.
+std::string csvCell(const std::string& field)
+{
+    const bool isFormula = !field.empty() && std::string_view("=+-@\t\r").find(field.front()) != std::string_view::npos;
+    const std::string text = (isFormula ? "'" : "") + field;
+    if (text.find_first_of(",\"\r\n") == std::string::npos) return text;
+    std::string cell(1, '"');
+    for (const char byte : text) cell += byte == '"' ? "\"\"" : byte == '\n' ? "\r\n" : std::string(1, byte);
+    return cell + '"';
+}
+
 void printCsvRecord(const std::vector<std::string>& fields)
 {
-    std::string record;
-    for (const std::string& field : fields) {
-        if (!record.empty()) record += ',';
-        if (field.find_first_of(",\"\r\n") == std::string::npos) {
-            record += field;
-            continue;
-        }
-        record += '"';
-        for (const char byte : field) record += byte == '"' ? "\"\"" : byte == '\n' ? "\r\n" : std::string(1, byte);
-        record += '"';
-    }
-    printLine(record + '\r');
+    std::vector<std::string> cells;
+    std::ranges::transform(fields, std::back_inserter(cells), csvCell);
+    printLine(fmt::format("{}\r", fmt::join(cells, ",")));
 }
 
 void printCsv(const std::vector<Section>& sections, bool isOutbound)
 {
     printCsvRecord({"Direction", "AE title", "Attribute", "Tag", "Action", "Value", "Condition", "Rule"});
     for (const Section& section : sections) {
+        const char* direction = isOutbound ? "outbound" : "inbound";
+        const std::string title = section.aeTitle.empty() ? "(any other)" : shownUtf8(section.aeTitle);
+        for (const DroppedLine& line : section.dropped)
+            printCsvRecord({direction, title, "", "", "line is dropped", line.text, "", line.source});
         for (const CoercionRow& row : section.rows) {
-            printCsvRecord({isOutbound ? "outbound" : "inbound",
-                            section.aeTitle.empty() ? "(any other)" : shownUtf8(section.aeTitle), row.attribute,
-                            row.tag, row.action, row.value, row.condition, row.source});
+            printCsvRecord(
+                {direction, title, row.attribute, row.tag, row.action, row.value, row.condition, row.source});
         }
     }
 }
@@ -200,7 +222,8 @@ void addConformance(CLI::App& app, int& exitCode)
         ->type_name("FORMAT")
         ->check(CLI::IsMember({"markdown", "csv"}).description(""));
     command->footer(
-        "The statement is DICOM PS3.2's. Lines that the engine drops are named on standard error.\n"
+        "The statement is DICOM PS3.2's. Lines that the engine drops are named on standard error and above the\n"
+        "table, in CSV by rows of their own. A cell of CSV that a spreadsheet would compute begins with \"'\".\n"
         "Exit codes: 0 done, 1 done, but lines of a file are dropped, 2 a file could not be read, or usage error.");
     command->callback([=, &exitCode] { exitCode = runConformance(*options); });
 }

@@ -105,6 +105,11 @@ bool areNested(const std::string& a, const std::string& b)
 
 } // namespace
 
+DcmTagKey ElementRef::tag() const
+{
+    return keyAt(path, path.size() - 2);
+}
+
 std::string ElementRef::key() const
 {
     std::string text;
@@ -137,7 +142,7 @@ std::string ElementRef::name() const
 
 std::string ElementRef::words() const
 {
-    const DcmTagKey key = keyAt(path, path.size() - 2);
+    const DcmTagKey key = tag();
     const std::string item = itemWords();
     return fmt::format("{} {}{}{}", nameOf(key), tagOf(key), item.empty() ? "" : " in ", item);
 }
@@ -151,7 +156,7 @@ std::string ElementRef::itemWords() const
 
 bool ElementRef::isKnown() const
 {
-    const DcmTagKey key = keyAt(path, path.size() - 2);
+    const DcmTagKey key = tag();
     if (KXItem::isOurPrivateTagKey(key)) return nameOf(key) != "Private attribute";
     const DcmEVR vr = DcmTag(key).getEVR();
     return vr != EVR_UNKNOWN && vr != EVR_UN;

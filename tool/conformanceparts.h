@@ -4,6 +4,7 @@
 
 #include "kxmap.h"
 
+#include <algorithm>
 #include <array>
 #include <cstdio>
 #include <iterator>
@@ -35,6 +36,14 @@ inline std::optional<int> readNumber(const Expression& expression)
     int number = 0;
     if (!isText(expression) || std::sscanf(textOf(expression).c_str(), "%d", &number) != 1) return std::nullopt;
     return number;
+}
+
+/// @return whether what comes of it, if not NULL, is a whole number.
+inline bool isNumeric(const Expression& expression)
+{
+    constexpr std::array kNumeric = {&f_add,    &f_sub,     &f_mul, &f_div,       &f_mod,
+                                     &f_strlen, &f_indexof, &f_rnd, &f_codenumber};
+    return std::ranges::find(kNumeric, expression.func) != kNumeric.end();
 }
 
 /// @return "second" for 2; empty where a sentence had better show the number.

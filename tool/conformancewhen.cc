@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // When an expression has a value.
 #include "tool/conformanceparts.h"
+#include "tool/conformanceprobe.h"
 #include "tool/conformancewords.h"
 
 #include <fmt/format.h>
@@ -19,6 +20,7 @@ Condition Words::elementIs(const ElementRef& element, std::size_t moment, bool w
 Condition Words::about(const Expression& expression, std::size_t moment, const std::string& yes, const std::string& no,
                        const std::string& rivals)
 {
+    if (hasNoText(expression, moment)) return Condition::always(false); // an empty one, for all facts that come here
     Fact fact{yes, no, {}, {}, rivals};
     for (const Condition& need : {isPresent(expression, moment), hasValue(expression, moment)}) {
         if (const Fact* needed = need.asFact()) fact.needs.push_back(needed->yes);
@@ -134,7 +136,8 @@ Condition Words::hasValue(const Expression& expression, std::size_t moment)
     if (resolved.expression == nullptr) return isPresent(expression, moment);
     const Expression& call = *resolved.expression;
     if (isText(call)) return Condition::always(!textOf(call).empty());
-    if (const auto element = elementOf(call)) return elementIs(*element, resolved.moment, true);
+    if (const auto element = elementOf(call))
+        return isSeenAsText(element->tag()) ? elementIs(*element, resolved.moment, true) : Condition::always(false);
     if (call.func == &f_toUpper || call.func == &f_toLower || call.func == &f_codestring)
         return hasValue(parameter(call, 0), resolved.moment);
     if (call.func == &f_if) {
@@ -151,10 +154,7 @@ Condition Words::isNumber(const Expression& expression, std::size_t moment)
     if (resolved.expression != nullptr) {
         const Expression& call = *resolved.expression;
         if (isText(call)) return Condition::always(readNumber(call).has_value());
-        for (const FunctionDef* numeric :
-             {&f_NULL, &f_add, &f_sub, &f_mul, &f_div, &f_mod, &f_strlen, &f_indexof, &f_rnd, &f_codenumber}) {
-            if (call.func == numeric) return isPresent(call, resolved.moment);
-        }
+        if (call.func == &f_NULL || isNumeric(call)) return isPresent(call, resolved.moment);
     }
     const std::string words = value(expression, moment);
     return about(expression, moment, words + " is a whole number", words + " is not a whole number");

@@ -3,6 +3,7 @@
 #include "tool/conformancewords.h"
 
 #include "tool/conformanceparts.h"
+#include "tool/conformanceprobe.h"
 #include "tool/table.h"
 
 #include <fmt/format.h>
@@ -42,8 +43,17 @@ Words::Resolved Words::resolveVariable(const std::string& name, std::size_t mome
     static Expression absent;
     absent.func = &f_NULL;
     const std::string words = fmt::format("the variable \"{}\"", shownUtf8(name));
-    const std::vector<const History::Source*> sources = history_.variable(name, moment);
-    if (sources.empty() && name.starts_with('@')) return {nullptr, 0, words}; // the server may have set it
+    const std::vector<const History::Source*> written = history_.variable(name, moment);
+    if (written.empty() && name.starts_with('@')) return {nullptr, 0, words}; // the server may have set it
+    // The first write wins, and NULL clears the name for a later one.
+    std::vector<const History::Source*> sources;
+    bool isSet = false;
+    for (const History::Source* source : written) {
+        const Condition isThere = isPresent(*source->expression, source->moment);
+        if (isThere.isNever()) sources.clear();
+        else if (!isSet || !isThere.isAlways()) sources.push_back(source);
+        isSet = !sources.empty() && isThere.isAlways();
+    }
     if (sources.empty()) return {&absent, 0, {}};
     if (sources.size() == 1 && !isTooMuch()) return {sources.front()->expression, sources.front()->moment, {}};
     std::string places;
@@ -65,12 +75,39 @@ Words::Resolved Words::resolve(const Expression& expression, std::size_t moment)
         const Expression& at = *resolved.expression;
         const bool isBracket = (at.func == &f_empty || at.func == &f_root) && at.params.size() == 1;
         const bool isName = (at.func == &f_var || at.func == &f_user) && isText(parameter(at, 0));
-        if (!isBracket && !isName) return resolved;
+        if (!isBracket && !isName) {
+            resolved.expression = &folded(at);
+            return resolved;
+        }
+        const bool wasText = resolved.isText;
         if (isBracket) resolved.expression = &parameter(at, 0);
         else if (at.func == &f_var) resolved = resolveVariable(textOf(parameter(at, 0)), resolved.moment);
         else resolved = resolveField(textOf(parameter(at, 0)), resolved.moment);
+        resolved.isText = wasText || isName;
     }
     return resolved;
+}
+
+/// What always comes to the same is that.
+const Expression& Words::folded(const Expression& expression)
+{
+    if (isText(expression) || expression.func == &f_NULL) return expression;
+    const auto [at, isNew] = constants_.try_emplace(&expression);
+    if (isNew) {
+        if (const auto constant = constantOf(expression)) {
+            at->second = std::make_unique<Expression>();
+            if (constant->text) at->second->text = newdup(constant->text->c_str());
+            else at->second->func = &f_NULL;
+        }
+    }
+    return at->second ? *at->second : expression;
+}
+
+bool Words::hasNoText(const Expression& expression, std::size_t moment)
+{
+    const Resolved resolved = resolve(expression, moment);
+    const auto element = resolved.expression == nullptr ? std::nullopt : elementOf(*resolved.expression);
+    return element && !isSeenAsText(element->tag());
 }
 
 std::string Words::elementWords(const ElementRef& element, std::size_t moment, const char* forTarget) const
@@ -115,7 +152,6 @@ std::string Words::callValue(const Expression& call, std::size_t moment)
 {
     const FunctionDef* function = call.func;
     const auto words = [&](std::size_t index) { return value(parameter(call, index), moment); };
-    const auto number = [&](std::size_t index) { return operand(parameter(call, index), moment); };
     const auto joined = [&](const char* between) {
         std::string text;
         for (const Expression* each : call.params) text += (text.empty() ? "" : between) + operand(*each, moment);
@@ -152,18 +188,27 @@ std::string Words::callValue(const Expression& call, std::size_t moment)
     if (function == &f_div) return joined(" divided by ") + " without its fraction";
     if (function == &f_mod) return "the remainder of " + joined(" divided by ");
     if (function == &f_dicomAge) return fmt::format("the age on {}, counted from {}", words(0), words(1));
-    if (function == &f_rnd) {
-        const std::string range = fmt::format("whole number from 0 to less than {}", number(0));
-        return call.params.size() == 1 ? "a random " + range
-                                       : fmt::format("a {} that depends on {} alone", range, words(1));
-    }
-    if (function == &f_codenumber) return fmt::format("a code of as many digits for {}", words(0));
-    if (function == &f_codestring) {
-        const std::string code = fmt::format("a code for the first 64 bytes of {}, of the same length", words(0));
-        return call.params.size() == 1 ? code : fmt::format("{} and without any of {}", code, words(1));
-    }
+    if (function == &f_rnd || function == &f_codenumber || function == &f_codestring) return codeValue(call, moment);
     if (function == &f_translate) return table(call, moment, "; ");
     return "what " + rawText(call) + " refers to";
+}
+
+std::string Words::codeValue(const Expression& call, std::size_t moment)
+{
+    const std::string subject = value(parameter(call, 0), moment);
+    if (call.func == &f_codenumber) return fmt::format("a code of as many digits for {}", subject);
+    if (call.func == &f_codestring) {
+        const std::string code = fmt::format("a code for the first 64 bytes of {}, of the same length", subject);
+        return call.params.size() == 1
+                   ? code
+                   : fmt::format("{} and without any of {}", code, value(parameter(call, 1), moment));
+    }
+    const std::string range = fmt::format("whole number from 0 to less than {}", operand(parameter(call, 0), moment));
+    if (call.params.size() == 1) return "a random " + range;
+    const Expression& seed = parameter(call, 1);
+    const bool isSeeded = isPresent(seed, moment).given(known_).isAlways();
+    return fmt::format("a {} that depends on {} alone{}", range, value(seed, moment),
+                       isSeeded ? "" : " (a random one where that is absent)");
 }
 
 std::string Words::pieceValue(const Expression& call, std::size_t moment)
@@ -190,6 +235,7 @@ std::string Words::pattern(const Expression& expression, std::size_t moment)
     const Resolved resolved = resolve(expression, moment);
     if (resolved.expression == nullptr || isTooMuch()) return '{' + resolved.unresolved + '}';
     if (isText(*resolved.expression)) return shownUtf8(textOf(*resolved.expression));
+    if (hasNoText(*resolved.expression, resolved.moment)) return {};
     if (resolved.expression->func != &f_concat) return '{' + value(*resolved.expression, resolved.moment) + '}';
     std::string text;
     for (const Expression* each : resolved.expression->params) text += pattern(*each, resolved.moment);
@@ -236,11 +282,17 @@ void Words::addOutcomes(const Expression& expression, std::size_t moment, const 
     const Condition absent = Condition::all({known, !isThere});
     if (!there.isNever()) {
         known_ = there;
-        const bool isOwn = isTarget(expression, moment);
-        const bool isCopy = resolved.expression != nullptr && elementOf(*resolved.expression).has_value();
-        out.push_back({there, (isCopy ? "copied from " : "") + value(expression, moment), isOwn});
+        RuleOutcome outcome{there, value(expression, moment), isTarget(expression, moment)};
+        outcome.isText = resolved.isText;
+        if (resolved.expression != nullptr) {
+            outcome.source = elementOf(*resolved.expression);
+            if (outcome.source) outcome.value = "copied from " + *outcome.value;
+            if (isText(*resolved.expression)) outcome.literal = textOf(*resolved.expression);
+            outcome.isNumber = isNumeric(*resolved.expression);
+        }
+        out.push_back(std::move(outcome));
     }
-    if (!absent.isNever()) out.push_back({absent, std::nullopt, false});
+    if (!absent.isNever()) out.push_back({absent, std::nullopt});
 }
 
 void Words::addIf(const Expression& call, std::size_t moment, const Condition& known, std::vector<RuleOutcome>& out)
@@ -258,7 +310,7 @@ void Words::addOr(const Expression& call, std::size_t moment, const Condition& k
         addOutcomes(*each, moment, Condition::all({left, isThere}), out);
         left = Condition::all({left, !isThere});
     }
-    if (!left.isNever()) out.push_back({left, std::nullopt, false});
+    if (!left.isNever()) out.push_back({left, std::nullopt});
 }
 
 void Words::addTranslate(const Expression& call, std::size_t moment, const Condition& known,

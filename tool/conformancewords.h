@@ -8,6 +8,7 @@
 #include "kxmap.h"
 
 #include <map>
+#include <memory>
 #include <optional>
 #include <string>
 #include <vector>
@@ -18,6 +19,7 @@ namespace kxtool {
 struct ElementRef {
     std::vector<int> path; ///< group, element, item, ..., group, element; items from 0
 
+    DcmTagKey tag() const;         ///< its own
     std::string key() const;       ///< "(0010,1002)[0].(0010,0021)": what it contains begins with it
     std::string tagText() const;   ///< "(0010,1002) item 1 > (0010,0021)"
     std::string name() const;      ///< "Other Patient IDs Sequence, item 1 > Issuer of Patient ID"
@@ -41,7 +43,7 @@ public:
     void addVariable(const std::string& name, Source source) { variables_[name].push_back(std::move(source)); }
     void addField(const std::string& name, Source source) { fields_[name].push_back(std::move(source)); }
 
-    /// @return the rules that a variable may have its value from at a moment.
+    /// @return the rules that may have written a variable by a moment, in their order.
     std::vector<const Source*> variable(const std::string& name, std::size_t moment) const;
     /// @return the rule that a custom field has its value from; null for none.
     const Source* field(const std::string& name, std::size_t moment) const;
@@ -60,6 +62,11 @@ struct RuleOutcome {
     std::optional<std::string> value; ///< in words; none: the target is removed
     bool isTarget = false;            ///< the target's own value, which so stays
     std::string told = {};            ///< the `yes` of a fact of `when` that `value` tells already
+    // What is known of a value, for the question whether the target can hold it:
+    std::optional<std::string> literal = {}; ///< it is this text
+    std::optional<ElementRef> source = {};   ///< it is this element
+    bool isText = false;                     ///< of a source: its text alone, since a variable was between
+    bool isNumber = false;
 };
 
 /// Words for one rule.
@@ -84,9 +91,13 @@ private:
         const Expression* expression;
         std::size_t moment;
         std::string unresolved; // in words, when there is no expression
+        bool isText = false;    // a variable or a custom field was between, and these hold texts
     };
 
     bool isTooMuch() { return ++steps_ > kMostSteps; }
+
+    const Expression& folded(const Expression& expression);
+    bool hasNoText(const Expression& expression, std::size_t moment);
 
     // Below, `moment` is the rule as which an expression was evaluated.
     Resolved resolve(const Expression& expression, std::size_t moment);
@@ -114,6 +125,7 @@ private:
 
     std::string value(const Expression& expression, std::size_t moment);
     std::string callValue(const Expression& call, std::size_t moment);
+    std::string codeValue(const Expression& call, std::size_t moment);
     std::string pieceValue(const Expression& call, std::size_t moment);
     std::string operand(const Expression& expression, std::size_t moment);
     std::string pattern(const Expression& expression, std::size_t moment);
@@ -124,7 +136,8 @@ private:
     const History& history_;
     ElementRef target_;
     std::size_t now_;
-    Condition known_ = Condition::always(true); // what holds where a value is put into words
+    Condition known_ = Condition::always(true);                          // what holds where a value is put into words
+    std::map<const Expression*, std::unique_ptr<Expression>> constants_; // calls, and what they always come to
     int steps_ = 0; // bounds what variables made of variables, and conditions in conditions, can grow to
 };
 

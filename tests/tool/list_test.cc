@@ -120,6 +120,66 @@ TEST(ToolConformance, tellsWhatRulesDo)
              });
 }
 
+// One rule a row; what the table has of it, less the attribute and its tag, or nothing.
+TEST(ToolConformance, tellsWhatTheAttributeHolds)
+{
+    struct Rule {
+        const char* rules;
+        const char* row;
+    };
+    constexpr Rule kRules[] = {
+        {"(0028,0010)=\"abc\"", "added | an empty value, all that US takes of \"abc\" | it is absent |"},
+        {"(0028,0010)=\"70000\"", "added or modified | \"4464\", all that US takes of \"70000\" | |"},
+        {"(0028,0010)=\"7\"", "added or modified | \"7\" | |"},
+        {"(0028,0010)=\"\"", "added or modified | an empty value | |"},
+        {"(0008,1140)=\"x\"", "added | an empty value, all that SQ takes of \"x\" | it is absent |"},
+        {"(7fe0,0010)=\"x\"", "added | an empty value, all that OW takes of \"x\" | it is absent |"},
+        {"(0010,0010)=(0028,0010)", "added or modified | an empty value: rules see no text in Rows (0028,0010) |"},
+        {"(0028,0011)=(0028,0010)", "added or modified | copied from Rows (0028,0010) |"},
+        {"$(a)=(0028,0010)\n(0028,0011)=$(a)", "added or modified | an empty value: rules see no text in Rows"},
+        {"(0028,0107)=(0028,0106)", "added or modified | copied from Smallest Image Pixel Value"}, // the dataset's VRs
+        {"(0028,0010)=(0020,0013)",
+         "added or modified | copied from Instance Number (0020,0013), as far as US takes it"},
+        {"(0028,0010)=strlen((0010,0010))", "added or modified | the length of"},
+        {"(0008,1140)=(0020,0013)", "added | an empty value: SQ takes no text |"},
+        {"(0010,4000)=concat((0028,0010),\"x\",(0010,0010))", "| \"x{Patient's Name (0010,0010)}\" |"},
+        {"(0010,4000)=if(equals((0028,0010),\"7\"),\"x\",\"y\")", "added or modified | \"y\" | |"},
+        {"(0075,1001)=\"x\"", "| Private Creator | (0075,0010) | added | \"KXDCM COERCION 1.0\" | Original Patient ID "
+                              "(private) (0075,1001) is added |"},
+        // The first write to a variable wins.
+        {"$(a)=\"1\"\n$(a)=\"2\"\n(0010,4000)=$(a)", "| \"1\" | |"},
+        {"$(a)=\"1\"\n$(a)=NULL()\n$(a)=\"2\"\n(0010,4000)=$(a)", "| \"2\" | |"},
+        {"$(a)=(0010,0020)\n$(a)=\"2\"\n(0010,4000)=$(a)", "the variable \"a\" (X.map:1, X.map:2)"},
+        // What needs no dataset is computed.
+        {"(0010,4000)=substr(\"abc\",5,2)", "removed | | |"},
+        {"(0010,4000)=if(substr(\"abc\",5,2),\"x\",toUpper(\"y\"))", "| \"Y\" | |"},
+        {"(0010,4000)=add(\"x\",1)", "removed | | |"},
+    };
+    const TempDir dir;
+    for (const Rule& c : kRules) {
+        dir.write("m/X.map", c.rules);
+        const ToolRun run = runTool(dir.path(), "conformance --mappings m --aet X");
+        EXPECT_NE(run.output.find(c.row), std::string::npos) << c.rules << "\n" << c.row << "\n" << run.output;
+        EXPECT_EQ(run.errors, "") << c.rules;
+    }
+}
+
+TEST(ToolConformance, keepsCellsHarmless)
+{
+    const TempDir dir;
+    dir.write("m/=A1.map", "(0010,0010) =\"x\"\n(0010,0010)=\"a,\\\"b\"\n");
+    expectRuns(
+        dir,
+        {
+            {"conformance --mappings m --format csv",
+             1,
+             {"\r\ninbound,'=A1,,,line is dropped,\"(0010,0010) =\"\"x\"\"\",,'=A1.map:1\r\n",
+              "\r\ninbound,'=A1,Patient's Name,\"(0010,0010)\",added or modified,\"\"\"a,\"\"b\"\"\",,'=A1.map:2\r\n"},
+             "=A1.map:1"},
+            {"conformance --mappings m", 1, {"have no row: =A1.map:1.\n"}, ""},
+        });
+}
+
 } // namespace
 
 #endif
