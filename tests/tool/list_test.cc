@@ -146,7 +146,19 @@ TEST(ToolConformance, tellsWhatTheAttributeHolds)
         {"(0010,4000)=if(equals((0028,0010),\"7\"),\"x\",\"y\")", "added or modified | \"y\" | |"},
         {"(0075,1001)=\"x\"", "| Private Creator | (0075,0010) | added | \"KXDCM COERCION 1.0\" | Original Patient ID "
                               "(private) (0075,1001) is added |"},
+        {"(0010,4000)=or((0028,0010),\"x\")", "rules see no text in Rows (0028,0010) | Rows (0028,0010) is present |"},
+        {"(0010,4000)=or((0028,0010),\"x\")", "added or modified | \"x\" | Rows (0028,0010) is absent |"},
+        {"(0010,4000)=if(between((0028,0010),0,9),\"x\",\"y\")", "added or modified | \"y\" | |"},
+        {"USER(u)=(0028,0010)\n(0028,0011)=USER(u)", "an empty value: rules see no text in Rows (0028,0010) |"},
+        {"(0040,0275)=(0008,1140)", "added or modified | copied from Referenced Image Sequence (0008,1140) |"},
+        {"(0008,1140)=\"\"", "added | an empty value | it is absent |"},
+        {"(0028,0009)=\"(0010,0010)\"", "added or modified | \"(0010,0010)\" | |"},
+        {"(0018,9073)=\"1e3\"", "added or modified | \"1e3\" | |"}, // FD holds 1000
+        {"(0020,0013)=\"x\"", "added or modified | \"x\" | |"},     // IS is a text, good or bad
+        {"(0011,1001)=\"x\"", "modified | \"x\" | |"},
+        {"(0010,4000)=rnd(10,(0010,0020))", "(a random one where that is absent) | |"},
         // The first write to a variable wins.
+        {"$(@a)=\"1\"\n$(@a)=\"2\"\n(0010,4000)=$(@a)", "| \"1\" | |"},
         {"$(a)=\"1\"\n$(a)=\"2\"\n(0010,4000)=$(a)", "| \"1\" | |"},
         {"$(a)=\"1\"\n$(a)=NULL()\n$(a)=\"2\"\n(0010,4000)=$(a)", "| \"2\" | |"},
         {"$(a)=(0010,0020)\n$(a)=\"2\"\n(0010,4000)=$(a)", "the variable \"a\" (X.map:1, X.map:2)"},

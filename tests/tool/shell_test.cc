@@ -100,6 +100,62 @@ TEST_F(ToolShell, failuresAreToldAndTheOthersGoOn)
     EXPECT_THAT(run.output, HasSubstr("shell:1  (0010,0020)  PatientID  x      created\n"));
 }
 
+TEST_F(ToolShell, explainsMistypedLines)
+{
+    struct Case {
+        const char* line;
+        const char* errors; // behind the line and its carets
+        const char* first;
+    };
+    const std::string tooLong = "(0010,0010)=" + std::string(2100, 'x');
+    const Case kCases[] = {
+        {"toupper((0010,0010))", "  ^^^^^^^\n  note: did you mean \"toUpper\"?\n", "there is no function \"toupper\""},
+        {"(0010,0020)=concat(\"a\")", "              ^^^^^^", "\"concat\" takes 2 or more arguments, and here are 1"},
+        {"(0010,0020)=\"ü\"+foo(1)", "note: ", "there is no function"},
+        {"patient=x", "  ^^^^^^^\n  note: a target is (gggg,eeee), SEQ(...), $(name) or USER(name)\n", "is no target"},
+        {"PatientID=x", "  ^^^^^^^^^\n  note: did you mean (0010,0020)?\n", "\"PatientID\" is no target"},
+        {"(10,20)=x", "  ^^^^^^^\n  note: did you mean (0010,0020)?\n", "\"(10,20)\" is no tag"},
+        {"SEQ(0010,1002,0)=x", "  note: name the tag in that item: ", "SEQ has 3 pieces"},
+        {"=x", "  =x\n  ^\n", "nothing stands before \"=\""},
+        {tooLong.c_str(), "  ^", "Longer than a line of a mapping file may be"},
+    };
+    for (const Case& c : kCases) {
+        const ToolRun run = shell(c.line + std::string("\n:rules\n"));
+        EXPECT_EQ(run.exitCode, 1) << c.line;
+        EXPECT_EQ(run.output, "") << c.line;
+        EXPECT_THAT(run.errors, HasSubstr(c.errors)) << c.line;
+        EXPECT_THAT(run.errors.substr(0, run.errors.find('\n')), HasSubstr(c.first)) << c.line;
+    }
+}
+
+TEST_F(ToolShell, saysWhatRulesSee)
+{
+    struct Case {
+        const char* lines;
+        const char* output;
+    };
+    constexpr Case kCases[] = {
+        {"(0028,0010)", "\"\"\nnote: the element holds \"128\", but rules see no text in its VR\n"},
+        {"(0010,1002)", "\"\"\nnote: the element holds \"<2 items>\", but rules see no text in its VR\n"},
+        {"toUpper($id)", "note: this is the text \"$id\"; a variable is read with $(id)\n$ID\n"},
+        {"$(v)=(0028,0010)\nequals($(v),\"\")", "created $(v): - -> \"\"\n  warning: shell:1: $(v): \"128\" is an "
+                                                "element in which rules see no text: an empty one "
+                                                "was written [no-text]\ntrue\n"},
+        {":trace on\n(0018,0060)=div(1,0)",
+         "  shell:1  (0018,0060)  KVP   NULL                                      deleted\n"
+         "                              Coercion: divide by zero at function div\n"},
+        // A random number that is only looked at is still there for the next rule.
+        {"rnd(1000)\n(0010,0020)=rnd(1000)\n(0010,0020)=rnd(1000)\n:undo\nrnd(1000)",
+         "484\nset (0010,0020) PatientID: 1CT1 -> 484\nset (0010,0020) PatientID: 484 -> 679\n"
+         "taken back: (0010,0020)=rnd(1000)\n679\n"},
+    };
+    for (const Case& c : kCases) {
+        const ToolRun run = shell(std::string(c.lines) + "\n");
+        EXPECT_THAT(run.output, testing::EndsWith(c.output)) << c.lines;
+        EXPECT_EQ(run.errors, "") << c.lines;
+    }
+}
+
 // A line costs what it does, not what all lines before it did: with these, the latter would take minutes.
 TEST_F(ToolShell, readsManyLines)
 {
