@@ -2,14 +2,12 @@
 // Variables are the rules' own business and are reported nowhere; elements and custom fields are.
 #include "tool/report.h"
 
-#include "tool/chartext.h"
 #include "tool/output.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
 
 #include <cmath>
-#include <optional>
 
 namespace kxtool {
 namespace {
@@ -19,20 +17,6 @@ using Json = nlohmann::ordered_json;
 bool isReported(const Change& change)
 {
     return change.place.kind != Place::Kind::Variable;
-}
-
-/// A change with its texts in UTF-8.
-struct ReadableChange {
-    std::optional<std::string> before;
-    std::optional<std::string> after;
-};
-
-ReadableChange readable(const Change& change, const RunCharacterSets& sets)
-{
-    ReadableChange texts;
-    if (change.before) texts.before = sets.before(*change.steps.front()).readable(*change.before);
-    if (change.after) texts.after = sets.after(*change.steps.back()).readable(*change.after);
-    return texts;
 }
 
 Json jsonOf(const Change& change, const RunCharacterSets& sets)
@@ -96,6 +80,14 @@ std::string changeLines(const std::filesystem::path& file, const Recording& reco
         lines += '\n';
     }
     return lines;
+}
+
+ReadableChange readable(const Change& change, const RunCharacterSets& sets)
+{
+    ReadableChange texts;
+    if (change.before) texts.before = sets.before(*change.steps.front()).readable(*change.before);
+    if (change.after) texts.after = sets.after(*change.steps.back()).readable(*change.after);
+    return texts;
 }
 
 std::string placeOfRule(const Step& step)

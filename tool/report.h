@@ -2,9 +2,11 @@
 // What happened to a file, in words for people and as a line of JSON for programs.
 #pragma once
 
+#include "tool/chartext.h"
 #include "tool/recorder.h"
 
 #include <filesystem>
+#include <optional>
 #include <string>
 
 namespace kxtool {
@@ -26,6 +28,15 @@ std::string jsonLine(const FileReport& file, const Recording* recording, DcmData
 /// @param dataset as the rules left it.
 /// @return the changes, a line each: "ct.dcm: ~ (0010,0010) PN [before] -> [after] name.map:1".
 std::string changeLines(const std::filesystem::path& file, const Recording& recording, DcmDataset& dataset);
+
+/// What was at a place and what is there now, in UTF-8.
+struct ReadableChange {
+    std::optional<std::string> before; ///< none for absent
+    std::optional<std::string> after;
+};
+
+/// @return the texts of a change, each from the character set that was in force when it stood there.
+ReadableChange readable(const Change& change, const RunCharacterSets& sets);
 
 /// @return "name.map:1", where a step's rule stands.
 std::string placeOfRule(const Step& step);

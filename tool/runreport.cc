@@ -3,6 +3,7 @@
 #include "tool/runreport.h"
 
 #include "KXItem.h"
+#include "tool/report.h"
 #include "tool/table.h"
 
 #include <dcmtk/dcmdata/dcdatset.h>
@@ -107,8 +108,13 @@ std::string noteOnUnseen(const std::string& unseen)
 
 std::string RunReport::shown(const std::optional<std::string>& text, const CharacterSet& set)
 {
+    return shownReadable(text ? std::optional(set.readable(*text)) : std::nullopt);
+}
+
+std::string RunReport::shownReadable(const std::optional<std::string>& text)
+{
     if (!text) return kAbsent;
-    std::string shown = shownUtf8(set.readable(*text));
+    std::string shown = shownUtf8(*text);
     const bool isUnclear = shown.empty() || shown == kAbsent || shown == kNull || shown.front() == '"' ||
                            shown.front() == ' ' || shown.back() == ' ';
     return isUnclear ? '"' + shown + '"' : shown;
@@ -131,17 +137,17 @@ std::string RunReport::changes(const Look& look) const
                  {"After", false, true, 10},
                  {"Rule", false, true, 20}});
     for (const Change& change : changes_) {
-        const Step& step = *change.steps.back();
+        const auto [before, after] = readable(change, sets_);
         const Color color = colorOf(change.sign());
-        const auto cell = [&](const std::optional<std::string>& text, const CharacterSet& set) {
-            return Table::Cell{shown(text, set), text ? Color::Plain : Color::Dim};
+        const auto cell = [](const std::optional<std::string>& text) {
+            return Table::Cell{shownReadable(text), text ? Color::Plain : Color::Dim};
         };
         table.addRow({{std::string(1, change.sign()), color},
                       {shownUtf8(change.place.name), color},
                       {placeName(change.place)},
                       {change.vr, Color::Dim},
-                      cell(change.before, sets_.before(step)),
-                      cell(change.after, sets_.after(step)),
+                      cell(before),
+                      cell(after),
                       {rulesOf(change), Color::Dim}});
     }
     return table.text(look.width, look.isColored, 2);
@@ -194,12 +200,12 @@ std::string RunReport::summary() const
 
 Json RunReport::changeJson(const Change& change) const
 {
-    const Step& step = *change.steps.back();
+    const auto [before, after] = readable(change, sets_);
     Json json = {{"sign", std::string(1, change.sign())}};
     json.update(placeJson(change.place));
     json["vr"] = change.vr;
-    json["before"] = textJson(change.before, sets_.before(step));
-    json["after"] = textJson(change.after, sets_.after(step));
+    json["before"] = before ? Json(*before) : Json(nullptr);
+    json["after"] = after ? Json(*after) : Json(nullptr);
     json["rules"] = Json::array();
     for (const Step* one : change.steps) json["rules"].push_back(ruleJson(*one));
     return json;

@@ -51,6 +51,7 @@ public:
     static std::string shown(const std::optional<std::string>& text, const CharacterSet& set);
 
 private:
+    static std::string shownReadable(const std::optional<std::string>& text); // of UTF-8
     nlohmann::ordered_json changeJson(const Change& change) const;
     nlohmann::ordered_json stepJson(const Step& step) const;
 
