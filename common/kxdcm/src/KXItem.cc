@@ -102,10 +102,9 @@ OFCondition KXItem::insertKX(DcmElement* element, bool replaceOld, bool checkIns
     std::unique_ptr<DcmElement> reservation = newElement(kCreatorKey, EVR_LO);
     if (!reservation) return EC_MemoryExhausted;
     creator = reservation.get();
-    OFCondition result = creator->putString(kCreator);
-    if (result.bad()) return result;
-    result = kxmap::giveTo(item_, reservation,
-                           [&](DcmElement* given) { return item_.insert(given, OFFalse, checkInsertOrder); });
+    if (creator->putString(kCreator).bad()) return EC_MemoryExhausted; // nothing else keeps an LO from taking it
+    OFCondition result = kxmap::giveTo(
+        item_, reservation, [&](DcmElement* given) { return item_.insert(given, OFFalse, checkInsertOrder); });
     if (result.bad()) return result;
 
     const auto withoutReservation = [&] { // without the element it reserved for, it goes again

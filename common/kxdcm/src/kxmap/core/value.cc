@@ -30,26 +30,70 @@ std::ostream& operator<<(std::ostream& out, const Quoted& quoted)
     return quoted.text == nullptr ? out << "(NULL)" : out << '"' << quoted.text << '"';
 }
 
+/// Puts a text; null clears. What the VR refuses leaves the element as DCMTK leaves it, since a rule never fails.
+/// DCMTK does not throw when memory is exhausted, and leaves a length without bytes: so it is emptied and thrown here.
+void putText(DcmElement& target, const char* text)
+{
+    const OFCondition result = target.putString(text);
+    if (result != EC_MemoryExhausted && result != EC_InvalidStream) return; // numbers say the one, texts the other
+    std::ignore = target.putString(nullptr);
+    throw std::bad_alloc();
+}
+
+/// @return whether the copy has all that its source has. DCMTK's copy of a value that found no memory has its length,
+///         but no bytes, and nothing was thrown.
+bool isWhole(DcmObject& copy, DcmObject& source)
+{
+    if (source.isLeaf())
+        return static_cast<DcmElement&>(copy).valueLoaded() || !static_cast<DcmElement&>(source).valueLoaded();
+    DcmObject* copied = copy.nextInContainer(nullptr);
+    for (DcmObject* part = source.nextInContainer(nullptr); part != nullptr; part = source.nextInContainer(part)) {
+        if (copied == nullptr || !isWhole(*copied, *part)) return false;
+        copied = copy.nextInContainer(copied);
+    }
+    return true;
+}
+
+/// Makes room for a copy beside the element that it replaces. Two of one tag do not stand in an item: so the old one
+/// counts as its neighbour meanwhile, which keeps its place in the order, and goes, without asking for memory, once the
+/// item owns the copy. Else it stays as it was.
+class Replacement {
+public:
+    Replacement(DcmItem& item, DcmElement& old, const std::unique_ptr<DcmElement>& copy)
+        : item_(item), old_(old), copy_(copy), inserted_(copy.get()), tag_(const_cast<DcmTag&>(old.getTag())),
+          number_(tag_.getElement())
+    {
+        tag_.setElement(number_ ^ 1U); // DcmObject has no setter for the element number
+    }
+    Replacement(const Replacement&) = delete;
+    Replacement& operator=(const Replacement&) = delete;
+    ~Replacement()
+    {
+        tag_.setElement(number_);
+        if (copy_) return;
+        std::unique_ptr<DcmElement> gone(item_.remove(&old_));
+        if (!gone) gone.reset(item_.remove(inserted_)); // not in this item: nothing was taken out, so nothing goes in
+    }
+
+private:
+    DcmItem& item_;
+    DcmElement& old_;
+    const std::unique_ptr<DcmElement>& copy_;
+    DcmElement* inserted_;
+    DcmTag& tag_;
+    Uint16 number_;
+};
+
 /// Puts a copy of `source` in the place of `target`, which is destroyed. Both have the same VR, so the copy can carry
 /// the target's tag as it is. The copy is whole before anything is taken out: the source may lie inside the target, and
-/// when memory is exhausted the item keeps, or is given back, what it had.
+/// when memory is exhausted the item keeps what it had.
 void replaceByCopy(DcmItem& item, DcmElement& target, DcmElement& source)
 {
     std::unique_ptr<DcmElement> copy(static_cast<DcmElement*>(source.clone()));
-    // DCMTK's copy of a value that found no memory has its length, but no bytes, and nothing was thrown.
-    if (source.valueLoaded() && !copy->valueLoaded()) throw std::bad_alloc();
-    // DcmObject has no setter for the element number; the copy is ours and not const.
-    const_cast<DcmTag&>(copy->getTag()) = target.getTag();
-
-    std::unique_ptr<DcmElement> old(item.remove(&target));
-    if (!old) return; // not in this item: nothing was taken out, so nothing goes in
-    try {
-        if (kxmap::insertElement(item, copy)) return;
-    } catch (...) {
-        kxmap::insertElement(item, old);
-        throw;
-    }
-    kxmap::insertElement(item, old);
+    if (!isWhole(*copy, source)) throw std::bad_alloc();
+    const_cast<DcmTag&>(copy->getTag()) = target.getTag(); // the copy is ours and not const
+    const Replacement replacement(item, target, copy);
+    kxmap::insertElement(item, copy);
 }
 
 } // namespace
@@ -99,7 +143,7 @@ StringValue::~StringValue()
 void StringValue::assignTo(DcmItem* /*item*/, DcmElement* target) const
 {
     OFLOG_DEBUG(logger, "Applying " << Quoted{str});
-    std::ignore = target->putString(str); // a rule never fails: the element is as DCMTK left it
+    putText(*target, str);
 }
 
 TagValue::TagValue(DcmElement* source) : element(source) {}
@@ -122,7 +166,7 @@ void TagValue::assignTo(DcmItem* item, DcmElement* target) const
     }
     if (element == target) return;
     if (element->getTag().getEVR() == target->getTag().getEVR()) return replaceByCopy(*item, *target, *element);
-    std::ignore = target->putString(kxmap::elementText(*element)); // null clears; refusals leave the element as it is
+    putText(*target, kxmap::elementText(*element));
 }
 
 TagValue::operator DcmElement*() const

@@ -6,6 +6,7 @@
 #include "kxmap/core/itempath.h"
 
 #include <memory>
+#include <new>
 
 namespace {
 
@@ -25,9 +26,12 @@ std::unique_ptr<DcmElement> createElement(const DcmTagKey& key, bool isOurs)
 /// Inserts the element; the item's when it was taken, else still the caller's.
 void insertNew(DcmItem& item, std::unique_ptr<DcmElement>& element, bool isOurs)
 {
-    if (!isOurs) kxmap::insertElement(item, element);
-    else
-        kxmap::giveTo(item, element, [&item](DcmElement* given) { return KXItem(item).insertKX(given, false, false); });
+    if (!isOurs) {
+        kxmap::insertElement(item, element);
+        return;
+    }
+    const auto insert = [&item](DcmElement* given) { return KXItem(item).insertKX(given, false, false); };
+    if (kxmap::giveTo(item, element, insert) == EC_MemoryExhausted) throw std::bad_alloc();
 }
 
 } // namespace
