@@ -21,6 +21,7 @@ constexpr TreeCase kTrees[] = {
     // literals
     {"abc", R"("abc")"},
     {"\t a + b \n", R"("a + b")"},
+    {"!a!", R"("!a!")"}, // the byte after the blank is none
     {R"("")", R"("")"},
     {R"("a\"b")", R"("a"b")"},
     {R"("a\\b")", R"("a\b")"},

@@ -14,6 +14,7 @@ constexpr RuleCase kTags[] = {
     {"(10,10)", "Doe^Jane"}, // "%4X" reads up to four digits
     {R"(("  0010",0x10))", "Doe^Jane"},
     {"(zz,0010)", nullptr},
+    {"(001@,0010)", nullptr},
     {"(0010,)", nullptr},
     {"(NULL(),0010)", nullptr},
     {"(concat(00,10),substr(x0010,1))", "Doe^Jane"},

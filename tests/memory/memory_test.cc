@@ -9,6 +9,8 @@
 
 #include <dcmtk/dcmdata/dcistrmb.h>
 #include <dcmtk/dcmdata/dcostrmb.h>
+#include <dcmtk/oflog/logger.h>
+#include <dcmtk/oflog/nullap.h>
 
 #include <gmock/gmock.h>
 
@@ -68,10 +70,15 @@ std::function<std::unique_ptr<Trial>()> maker(Arguments... arguments)
 }
 
 /// Fails each allocation of the work in turn. @param mayLose what DCMTK loses; all of it may not be ours.
-void starve(const std::function<std::unique_ptr<Trial>()>& make, const char* mayLose = nullptr)
+void starve(const std::function<std::unique_ptr<Trial>()>& make, const char* mayLose = nullptr,
+            OFLogger::LogLevel level = OFLogger::OFF_LOG_LEVEL)
 {
-    OFLog::configure(OFLogger::OFF_LOG_LEVEL); // what the loggers keep is theirs
-    const auto plenty = make();                // what DCMTK makes once and keeps
+    dcmtk::log4cplus::Logger root = dcmtk::log4cplus::Logger::getRoot();
+    root.removeAllAppenders();
+    root.addAppender(dcmtk::log4cplus::SharedAppenderPtr(new dcmtk::log4cplus::NullAppender));
+    root.setLogLevel(level);
+    OFLOG_FATAL(logger, std::string(4096, ' ')); // the loggers keep room for the longest message so far
+    const auto plenty = make();                  // what DCMTK makes once and keeps
     plenty->work();
     plenty->check(true);
     for (const bool isLasting : {false, true}) {
@@ -306,8 +313,8 @@ void expectSame(DcmDataset& dataset, DcmDataset& expected)
     ADD_FAILURE() << "the bytes differ";
 }
 
-/// An element is as it was or as the rules make it, and nothing between. Only a text that DCMTK was to put, and an
-/// element that was not there, may be empty: (0009,1001) and (0028,0010) are neither.
+/// An element is as it was or as the rules make it, and nothing between. Only an element that was not there, and
+/// a text that DCMTK was to put, may be empty; (0009,1001) is neither, since the copy of an element takes its place.
 void expectNothingBetween(const Elements& before, const Elements& after, const Elements& now)
 {
     for (const auto& [place, text] : now) {
@@ -362,10 +369,19 @@ TEST(Memory, applying)
     starve(maker<Applying>([rules](MappingSession& session) { rules->apply(session); }));
 }
 
+// DCMTK then asks for memory after it has inserted an element, too.
+TEST(Memory, applyingWhileAllIsLogged)
+{
+    const auto rules = std::make_shared<Mapping>(kRules, "rules");
+    starve(maker<Applying>([rules](MappingSession& session) { rules->apply(session); }), nullptr,
+           OFLogger::TRACE_LOG_LEVEL);
+}
+
 TEST(Memory, applyingAFileLineByLine)
 {
     const kxtest::TempDir folder;
-    const std::string path = folder.write("rules.map", kRules);
+    const std::string path = folder.write(
+        "rules.map", "(0010,1000)=concat((0010,0020),x)\n$(@a)=b\n(0010,0010)=foo(x)\nUSER(f)=(0010,0010)\n");
     starve(maker<Applying>([path](MappingSession& session) {
         std::list<LVObject*> targets;
         struct Releaser {

@@ -55,6 +55,7 @@ TEST(KXItem, keysOfTheBlock)
 TEST(KXItem, elementsAreTyped)
 {
     const auto known = KXItem::dictionary();
+    EXPECT_EQ(known.size(), 13u);
     EXPECT_TRUE(std::ranges::is_sorted(known, std::ranges::less_equal{}, &KXItem::PrivateTag::element));
     for (const KXItem::PrivateTag& row : known) {
         const DcmTagKey key(KXItem::kGroup, row.element);
@@ -158,6 +159,11 @@ TEST(KXItem, surviveTransfers)
     ASSERT_TRUE(inserted(dataset, made(DcmTagKey(0x0075, 0x100d))));
     KXItem::registerDictionary(); // implicit VR leaves the VRs to the reader
     KXItem::registerDictionary();
+    const DcmDictEntry* entry = dcmDataDict.rdlock().findEntry(kPatientID, KXItem::kCreator);
+    ASSERT_NE(entry, nullptr);
+    EXPECT_EQ(entry->getVMMin(), 1);
+    EXPECT_EQ(entry->getVMMax(), 1);
+    dcmDataDict.rdunlock();
     for (const E_TransferSyntax syntax : {EXS_LittleEndianExplicit, EXS_BigEndianExplicit, EXS_LittleEndianImplicit}) {
         const auto copy = transferred(dataset, syntax);
         EXPECT_EQ(copy->card(), 4u) << syntax;

@@ -53,6 +53,7 @@ constexpr LeftValueCase kTags[] = {
     {"(0010,0010", "-", "Invalid Dicom Tag:(0010,0010\n"},
     {"(0010,0010) ", "-", "Invalid Dicom Tag:(0010,0010) \n"},
     {"(0010.0010)", "-", "Invalid Dicom Tag:(0010.0010)\n"},
+    {"(00@0,0010)", "-", "Invalid Dicom Tag:(00@0,0010)\n"}, // next to a digit is none
     {"(0010,gggg)", "-", "Invalid Dicom Tag:(0010,gggg)\n"},
 };
 constexpr LeftValueCase kSequences[] = {
@@ -75,8 +76,11 @@ constexpr LeftValueCase kSequences[] = {
     {"SEQ(0040)", "-", "Number of parameters is not correct (3n+2) in lvalue: SEQ(0040)\n"},
     {"SEQ(0040,0275,0)", "-", "Number of parameters is not correct (3n+2) in lvalue: SEQ(0040,0275,0)\n"},
 };
-constexpr LeftValueCase kNames[] = {
-    {"USER(abc)", "user abc", ""}, {"USER(@a9Z)", "user @a9Z", ""}, {"$(@tmp)", "var @tmp", ""}, {"$(0)", "var 0", ""}};
+constexpr LeftValueCase kNames[] = {{"USER(abc)", "user abc", ""},
+                                    {"USER(@a9Z)", "user @a9Z", ""},
+                                    {"$(@tmp)", "var @tmp", ""},
+                                    {"$(0)", "var 0", ""},
+                                    {"$(AZaz09)", "var AZaz09", ""}};
 constexpr const char* kSilent[] = {"USER(",        "USER()",    "USER(@)",     "USER(a",     "USER(a-b)",
                                    "USER(a_b)",    "USER(a))",  "USER(a)b",    "USER(\xe4)", "user(a)",
                                    "USER",         "$(",        "$()",         "$(@)",       "$(@",

@@ -103,15 +103,15 @@ OFCondition KXItem::insertKX(DcmElement* element, bool replaceOld, bool checkIns
     if (!reservation) return EC_MemoryExhausted;
     creator = reservation.get();
     if (creator->putString(kCreator).bad()) return EC_MemoryExhausted; // nothing else keeps an LO from taking it
-    OFCondition result = kxmap::giveTo(
-        item_, reservation, [&](DcmElement* given) { return item_.insert(given, OFFalse, checkInsertOrder); });
-    if (result.bad()) return result;
 
-    const auto withoutReservation = [&] { // without the element it reserved for, it goes again
+    const auto withoutReservation = [&] { // without the element it reserves for, it goes again
         if (!kxmap::holds(item_, element)) reservation.reset(item_.remove(creator));
     };
+    const auto insertReservation = [&](DcmElement* given) { return item_.insert(given, OFFalse, checkInsertOrder); };
+    OFCondition result;
     try {
-        result = item_.insert(element, replaceOld, checkInsertOrder);
+        result = kxmap::giveTo(item_, reservation, insertReservation);
+        if (result.good()) result = item_.insert(element, replaceOld, checkInsertOrder);
     } catch (...) {
         withoutReservation();
         throw;

@@ -30,13 +30,18 @@ std::ostream& operator<<(std::ostream& out, const Quoted& quoted)
     return quoted.text == nullptr ? out << "(NULL)" : out << '"' << quoted.text << '"';
 }
 
-/// Puts a text; null clears. What the VR refuses leaves the element as DCMTK leaves it, since a rule never fails.
-/// DCMTK does not throw when memory is exhausted, and leaves a length without bytes: so it is emptied and thrown here.
+/// Puts a text; null clears. What the VR refuses leaves the element as DCMTK leaves it, since a rule never fails. When
+/// memory is exhausted DCMTK leaves a length without bytes, and throws only if it cannot log that, either: so the
+/// element is emptied and the exception thrown here.
 void putText(DcmElement& target, const char* text)
 {
-    const OFCondition result = target.putString(text);
-    if (result != EC_MemoryExhausted && result != EC_InvalidStream) return; // numbers say the one, texts the other
-    std::ignore = target.putString(nullptr);
+    try {
+        const OFCondition result = target.putString(text);
+        if (result != EC_MemoryExhausted && result != EC_InvalidStream) return; // numbers say the one, texts the other
+    } catch (const std::bad_alloc&) {
+        // as below
+    }
+    if (!target.valueLoaded()) std::ignore = target.putString(nullptr);
     throw std::bad_alloc();
 }
 
