@@ -38,6 +38,7 @@ constexpr TreeCase kTrees[] = {
     {"\x80\xFF\xC3\xA9t", R"("t")"},
     {"a\xC3\xA9z", "\"a\xC3\xA9z\""},
     {"\"caf\xC3\xA9\"\xA0", "\"caf\xC3\xA9\""},
+    {"a\x01z", "\"a\x01z\""},
     {"\x01\x1F"
      "a\x7F",
      "\"a\x7F\""},
@@ -153,6 +154,12 @@ TEST(Parser, nodeOnItsOwn)
     EXPECT_EQ(parseAlone("concat(a,)b)"), "bracket mismatch");
     EXPECT_EQ(parseAlone("a,b"), "");
     EXPECT_EQ(parseAlone(" \n"), "");
+
+    Expression call;
+    call.func = &f_strlen;
+    char list[] = " a ";
+    EXPECT_EQ(call.parseParamList(list), nullptr);
+    EXPECT_EQ(call.params.size(), 1U);
 }
 
 TEST(Parser, stepsOverOneToken)
