@@ -22,6 +22,7 @@ constexpr RuleCase kResults[] = {
     {"add(99999999999,0)", "1215752191"}, // low 32 bits
     {"div(7,2)", "3"},                    // towards zero
     {"div(-7,2)", "-3"},
+    {"div(-7,-1)", "7"},
     {"mod(-7,2)", "-1"}, // the dividend's sign
     {"mod(7,-2)", "1"},
     {"div(-2147483648,1)", "-2147483648"},

@@ -144,7 +144,7 @@ TEST(Codes, dicomAge)
     constexpr RuleCase cases[] = {
         {"dicomAge(20200615,19800101)", "040Y"}, {"dicomAge(20200615,yesterday)", nullptr},
         {R"(dicomAge("",19800101))", nullptr},   {"dicomAge(NULL(),19800101)", nullptr},
-        {"dicomAge(20200615,NULL())", nullptr},
+        {"dicomAge(20200615,NULL())", nullptr},  {"dicomAge(19800101,20200615)", nullptr},
     };
     expectRules(cases);
 }

@@ -17,6 +17,7 @@ constexpr RuleCase kTags[] = {
     {"(001@,0010)", nullptr},
     {"(0010,)", nullptr},
     {"(NULL(),0010)", nullptr},
+    {"(0010,NULL())", nullptr},
     {"(concat(00,10),substr(x0010,1))", "Doe^Jane"},
     {"(NULL())", nullptr},
     {R"((""))", ""},

@@ -125,10 +125,11 @@ TEST(MappingSet, outboundFlags)
         {false, "A", true, "pre from global/pre.map", "post from global/post.map", "A from A.out.map"},
         {true, "A", true, "pre from global/outpre.map", "post from global/outpost.map", "A from A.out.map"},
         {true, nullptr, true, "pre from global/outpre.map", "post from global/outpost.map", "-"},
+        {true, "global/A", false, "-", "-", "-"}, // a title names no file elsewhere
         {true, "B", true, "pre from global/outpre.map", "post from global/outpost.map", "-"},
     };
     const ServerFolder server({"A.map", "A.out.map", "B.map", "global/pre.map", "global/post.map", "global/outpre.map",
-                               "global/outpost.map"});
+                               "global/outpost.map", "global/A.out.map"});
     for (const FlagCase& c : kCases) {
         const MappingSet set(c.outbound, c.aeTitle, c.globals);
         EXPECT_EQ(sourceOf(set.pre), c.pre);

@@ -27,6 +27,7 @@ struct FileCase {
 constexpr FileCase kFiles[] = {
     {"", "", ""},
     {"# a=b\n\n\r\n#\n(0010,0010)=x\n$(a)=y", "", ""},
+    {"\r(10,10)=x\n", "", ""}, // skipped by its first byte
     {"   # note\n", "Syntax error in line:    # note [  ]", ""},
     {"   \n", "Syntax error in line:     [  ]", ""},
     {"\t", "Syntax error in line: \t [  ]", ""},

@@ -131,6 +131,21 @@ TEST(DicomTag, copiesLeaveTheSourceAndHoldWhatItHeld)
     EXPECT_EQ(textOf(*item, DcmTagKey(0x0008, 0x0100)), "CODE-A1");
 }
 
+TEST(DicomTag, copiesWhatIsStillInItsFile)
+{
+    const kxtest::TempDir folder;
+    const std::string path = folder.write("study", "");
+    ASSERT_TRUE(sampleDataset()->saveFile(path.c_str(), EXS_LittleEndianExplicit).good());
+    DcmDataset dataset; // values of more than two bytes are read when they are asked for
+    ASSERT_TRUE(dataset.loadFile(path.c_str(), EXS_LittleEndianExplicit, EGL_noChange, 2).good());
+    apply("(0028,2000)=(0042,0011)", dataset);
+    apply("(0008,1140)=(0040,0275)", dataset);
+    EXPECT_EQ(valuesOf(dataset, DcmTagKey(0x0028, 0x2000)), "01\\02\\03\\04");
+    DcmItem* item = nullptr;
+    ASSERT_TRUE(dataset.findAndGetSequenceItem(DcmTagKey(0x0008, 0x1140), item, 1).good());
+    EXPECT_EQ(textOf(*item, DcmTagKey(0x0040, 0x0007)), "Step B");
+}
+
 TEST(DicomTag, itselfIsNotEvenReplaced)
 {
     const auto dataset = sampleDataset();
@@ -174,8 +189,18 @@ TEST(DicomTag, privateBlockComesWithItsCreator)
     apply("(0075,1006)=NULL()", *dataset);
     apply("(0075,0010)=ACME", *dataset); // somebody else's block from now on
     apply("(0075,1006)=CT4", *dataset);
+    apply("(0075,1001)=(0010,0020)", *dataset); // nor a copy
+    EXPECT_EQ(textOf(*dataset, DcmTagKey(KXItem::kGroup, 0x1001)), "-");
     EXPECT_EQ(textOf(*dataset, aeTitle), "-");
     EXPECT_EQ(textOf(*dataset, creator), "ACME");
+}
+
+TEST(DicomTag, withoutDatasetNothingIsWritten)
+{
+    MappingSession session;
+    Mapping("(0010,0010)=x\n(0010,0010)=NULL()\nSEQ(0010,0010)=x\nSEQ(0040,0275,0,0040,0007)=x\n$(a)=on", "none")
+        .apply(session);
+    EXPECT_STREQ(session.getVariable("a"), "on");
 }
 
 TEST(DicomTag, silentWhenLoggingIsOff)

@@ -73,6 +73,8 @@ constexpr LeftValueCase kSequences[] = {
     {"SEQ(0040,0275,x,0040,0007)", "-", "Invalid Item No.:629\n"}, // 0x0275: the last good number
     {"SEQ(0040,0275,,0040,0007)", "-", "Invalid Item No.:629\n"},
     {"SEQ(0040,0275,3,0040,0008,y,0008,0100)", "-", "Invalid Item No.:8\n"},
+    {"SEQ(-1,0010)", "-", "gtag or etag cannot be identified in lvalue:SEQ(-1,0010)\n"},
+    {"SEQ(0010,-1)", "-", "gtag or etag cannot be identified in lvalue:SEQ(0010,-1)\n"},
     {"SEQ(0040)", "-", "Number of parameters is not correct (3n+2) in lvalue: SEQ(0040)\n"},
     {"SEQ(0040,0275,0)", "-", "Number of parameters is not correct (3n+2) in lvalue: SEQ(0040,0275,0)\n"},
 };
@@ -81,11 +83,11 @@ constexpr LeftValueCase kNames[] = {{"USER(abc)", "user abc", ""},
                                     {"$(@tmp)", "var @tmp", ""},
                                     {"$(0)", "var 0", ""},
                                     {"$(AZaz09)", "var AZaz09", ""}};
-constexpr const char* kSilent[] = {"USER(",        "USER()",    "USER(@)",     "USER(a",     "USER(a-b)",
-                                   "USER(a_b)",    "USER(a))",  "USER(a)b",    "USER(\xe4)", "user(a)",
-                                   "USER",         "$(",        "$()",         "$(@)",       "$(@",
-                                   "$(@@a)",       "$(a b)",    "$(a) ",       "$tmp",       "seq(0010,0020)",
-                                   " (0010,0010)", "0010,0010", "#(0010,0010)"};
+constexpr const char* kSilent[] = {"USER(",        "USER()",    "USER(@)",      "USER(a",     "USER(a-b)",
+                                   "USER(a_b)",    "USER(a))",  "USER(a)b",     "USER(\xe4)", "user(a)",
+                                   "USER",         "$(",        "$()",          "$(@)",       "$(@",
+                                   "$(@@a)",       "$(a b)",    "$(a) ",        "$tmp",       "seq(0010,0020)",
+                                   " (0010,0010)", "0010,0010", "#(0010,0010)", "$({)"};
 
 void check(const LeftValueCase& c)
 {
