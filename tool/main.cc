@@ -11,6 +11,9 @@
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
+#include <fcntl.h>
+#include <tuple>
+#include <unistd.h>
 
 namespace {
 
@@ -59,10 +62,20 @@ int parseAndRun(int argc, char** argv)
     }
 }
 
+// Where one of them was closed, a file opened later would get its number, and what is printed.
+void reserveStandardDescriptors()
+{
+    for (const int descriptor : {STDIN_FILENO, STDOUT_FILENO, STDERR_FILENO}) {
+        if (fcntl(descriptor, F_GETFD) < 0) // to be used the wrong way, so that it fails as if closed
+            std::ignore = open("/dev/null", descriptor == STDIN_FILENO ? O_WRONLY : O_RDONLY);
+    }
+}
+
 } // namespace
 
 int main(int argc, char** argv)
 {
+    reserveStandardDescriptors();
     std::signal(SIGXFSZ, SIG_IGN); // a file over the size limit is then a write error with a reason
     try {
         return finishOutput(parseAndRun(argc, argv));

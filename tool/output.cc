@@ -5,6 +5,7 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/oflog/oflog.h>
 
+#include <algorithm>
 #include <cstdio>
 #include <fmt/format.h>
 #include <system_error>
@@ -17,7 +18,7 @@ Verbosity current = Verbosity::Quiet;
 } // namespace
 
 FileError::FileError(const std::filesystem::path& file, std::string_view reason)
-    : text_(fmt::format("{}: {}", file.native(), reason))
+    : text_(fmt::format("{}: {}", printable(file.native()), reason))
 {
 }
 
@@ -47,7 +48,14 @@ Verbosity verbosity()
 void reportError(std::string_view text)
 {
     std::fflush(stdout); // results and messages keep their order where both go to one terminal
-    fmt::print(stderr, "kxmap: {}\n", text);
+    std::string shown;   // some messages have several lines
+    for (std::size_t begin = 0; begin <= text.size();) {
+        const std::size_t end = std::min(text.find('\n', begin), text.size());
+        shown.append(printable(text.substr(begin, end - begin))).append("\n");
+        begin = end + 1;
+    }
+    shown.insert(0, "kxmap: ");
+    std::fwrite(shown.data(), 1, shown.size(), stderr); // no exception where it is closed
 }
 
 void reportWarning(std::string_view text)
