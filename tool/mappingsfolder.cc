@@ -54,7 +54,9 @@ std::vector<MappingSlot> slotsFor(const fs::path& folder, Direction direction, c
     if (!aeTitle.empty())
         slots.push_back({Role::Title, aeTitle + std::string(isOutbound ? kOutboundSuffix : kSuffix), false});
     slots.push_back({Role::Post, global / (isOutbound ? "outpost.map" : "post.map"), false});
-    for (MappingSlot& slot : slots) slot.isThere = isFile(folder / slot.name);
+    // The engine cuts longer names, and opens no title that is a path: such titles have no file.
+    const bool hasFile = aeTitle.find('/') == std::string::npos && aeTitle.size() < kxmap::kMappingNameBytes;
+    for (MappingSlot& slot : slots) slot.isThere = (hasFile || slot.role != Role::Title) && isFile(folder / slot.name);
     return slots;
 }
 

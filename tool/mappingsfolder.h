@@ -15,7 +15,7 @@ struct MappingSlot {
     enum class Role { Pre, Title, Post };
     Role role = Role::Title;
     std::filesystem::path name; ///< below the folder: "global/pre.map"
-    bool isThere = false;       ///< as a file that is no folder
+    bool isThere = false;       ///< as a file that the engine opens
 };
 
 /// @param given what --mappings names; empty for "mappings" below the environment variable DICOM_VAR.

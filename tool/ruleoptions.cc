@@ -29,7 +29,7 @@ void reportLostRules(const RuleFile& file)
     const auto first = std::ranges::find_if(file.lines, &RuleLine::isLost);
     std::string message = first->message(); // none where the left side has no form that the engine knows
     if (first->kind == RuleLine::Kind::WithoutEquals) message = "it has no \"=\"";
-    reportWarning(fmt::format("{}: {} {} dropped, the first at line {}: {}", file.path.native(), count,
+    reportWarning(fmt::format("{}: {} {} dropped, the first at line {}: {}", printable(file.path.native()), count,
                               count == 1 ? "rule" : "rules", first->line,
                               message.empty() ? "the left side is no target" : printable(message)));
 }
@@ -81,14 +81,13 @@ void requireDictionary()
 
 std::vector<RuleFile> readChosenRules(const RuleChoice& choice, std::size_t& lostCount)
 {
-    const Rules rules(choice);
     std::vector<RuleFile> files;
-    for (const std::filesystem::path& path : rules.files()) {
+    for (const std::filesystem::path& path : filesOf(choice)) {
         files.push_back(readRuleFile(path));
         reportLostRules(files.back());
         lostCount += files.back().badCount();
     }
-    if (files.empty()) reportWarning(fmt::format("no mapping file applies to AE title {}", choice.aeTitle));
+    if (files.empty()) reportWarning(fmt::format("no mapping file applies to AE title {}", printable(choice.aeTitle)));
     return files;
 }
 

@@ -2,9 +2,8 @@
 // Loading and applying rules through the library's public interface.
 #include "tool/rules.h"
 
+#include "tool/mappingsfolder.h"
 #include "tool/output.h"
-
-#include "kxmap/core/inspect.h"
 
 #include <cerrno>
 #include <cstdlib>
@@ -67,33 +66,22 @@ private:
     std::optional<std::string> before_;
 };
 
-fs::path mappingsFolder(const RuleChoice& choice)
-{
-    if (!choice.mappingsFolder.empty()) return choice.mappingsFolder;
-    const char* root = std::getenv(kRootVariable);
-    if (root == nullptr) throw FileError(kRootVariable, "not set, and --mappings names no folder");
-    return fs::path(root) / kFolderName;
-}
-
-// The files that a set takes its pre, AE title's and post mapping from.
-std::vector<fs::path> filesOf(const fs::path& folder, const RuleChoice& choice)
-{
-    const std::string direction = choice.isOutbound ? "out" : "";
-    const std::string suffix = choice.isOutbound ? ".out.map" : ".map";
-    // The engine cuts longer names, and opens no title that is a path: such titles have no file.
-    const bool hasFile =
-        choice.aeTitle.find('/') == std::string::npos && choice.aeTitle.size() < kxmap::kMappingNameBytes;
-    std::vector<fs::path> present;
-    for (const fs::path& file :
-         {folder / "global" / (direction + "pre.map"), hasFile ? folder / (choice.aeTitle + suffix) : fs::path(),
-          folder / "global" / (direction + "post.map")}) {
-        std::error_code failure;
-        if (fs::is_regular_file(file, failure)) present.push_back(file);
-    }
-    return present;
-}
-
 } // namespace
+
+std::vector<fs::path> filesOf(const RuleChoice& choice)
+{
+    if (!choice.singleFile.empty()) {
+        std::ignore = openMapping(choice.singleFile);
+        return {choice.singleFile};
+    }
+    const fs::path folder = findMappingsFolder(choice.mappingsFolder);
+    std::vector<fs::path> files;
+    for (const MappingSlot& slot :
+         slotsFor(folder, choice.isOutbound ? Direction::Outbound : Direction::Inbound, choice.aeTitle)) {
+        if (slot.isThere) files.push_back(folder / slot.name);
+    }
+    return files;
+}
 
 Rules::Rules(const RuleChoice& choice) : aeTitle_(choice.aeTitle)
 {
@@ -105,22 +93,15 @@ void Rules::loadSingle(const std::string& file)
 {
     const Stream stream = openMapping(file);
     single_ = std::make_unique<Mapping>(stream.get(), fs::path(file).stem().c_str());
-    files_.emplace_back(file);
 }
 
 void Rules::loadSet(const RuleChoice& choice)
 {
-    const fs::path folder = mappingsFolder(choice);
-    std::error_code failure;
-    const fs::file_status status = fs::status(folder, failure);
-    if (!fs::is_directory(status)) throw FileError(folder, fs::exists(status) ? "not a folder" : systemReason(ENOENT));
-    if (access(folder.c_str(), R_OK | X_OK) != 0) throw FileError(folder, systemReason(errno));
-
+    const fs::path folder = findMappingsFolder(choice.mappingsFolder);
     std::optional<MappingsRoot> root;
     if (!choice.mappingsFolder.empty()) root.emplace(folder);
     set_ = choice.isOutbound ? std::make_unique<MappingSet>(true, choice.aeTitle.c_str(), true)
                              : std::make_unique<MappingSet>();
-    files_ = filesOf(folder, choice);
 }
 
 void Rules::apply(MappingSession& session) const

@@ -19,6 +19,10 @@ struct RuleChoice {
     std::string singleFile; ///< not empty: this mapping file alone
 };
 
+/// @return the mapping files that Rules::apply() goes through, in that order; those that are there.
+/// @throws FileError when the folder is not.
+std::vector<std::filesystem::path> filesOf(const RuleChoice& choice);
+
 /// Loaded once, applied to any number of datasets.
 class Rules {
 public:
@@ -29,9 +33,6 @@ public:
     /// @throws std::logic_error as the built-ins "toUpper" and "toLower" do.
     void apply(MappingSession& session) const;
 
-    /// @return the mapping files that apply() goes through, in that order; those that are there.
-    const std::vector<std::filesystem::path>& files() const { return files_; }
-
 private:
     void loadSingle(const std::string& file);
     void loadSet(const RuleChoice& choice);
@@ -39,7 +40,6 @@ private:
     std::string aeTitle_;
     std::unique_ptr<MappingSet> set_;
     std::unique_ptr<Mapping> single_;
-    std::vector<std::filesystem::path> files_;
 };
 
 } // namespace kxtool
