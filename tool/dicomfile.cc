@@ -171,7 +171,9 @@ bool beginsLikeADataset(DcmDataset& dataset)
 
 } // namespace
 
-DicomFile::DicomFile(const std::filesystem::path& file) : file_(file)
+DicomFile::DicomFile(const std::filesystem::path& file)
+    : file_(file), uids_{{{DCM_SOPClassUID, DCM_MediaStorageSOPClassUID},
+                          {DCM_SOPInstanceUID, DCM_MediaStorageSOPInstanceUID}}}
 {
     const OFCondition loaded = load();
     const bool isBare = framing_ == Framing::BareDataset;
@@ -181,8 +183,10 @@ DicomFile::DicomFile(const std::filesystem::path& file) : file_(file)
     if (!isBare && uidOf(*format_.getMetaInfo(), DCM_MediaStorageSOPClassUID) == UID_MediaStorageDirectoryStorage)
         throw FileError(file,
                         "a DICOMDIR is not rewritten: its records point at each other by their place in the file");
-    sopClassUid_ = uidOf(dataset(), DCM_SOPClassUID);
-    sopInstanceUid_ = uidOf(dataset(), DCM_SOPInstanceUID);
+    for (TwinUid& uid : uids_) {
+        uid.inDataset = uidOf(dataset(), uid.tag);
+        uid.inMeta = uidOf(*format_.getMetaInfo(), uid.metaTag);
+    }
     lengthEncoding_ = lengthEncodingOf(dataset());
 }
 
@@ -221,14 +225,16 @@ void DicomFile::writeTo(Replacement& replacement)
 
 void DicomFile::updateMetaInformation()
 {
-    const auto follow = [this](const std::string& before, const DcmTagKey& tag, const DcmTagKey& metaTag) {
-        const std::string now = uidOf(dataset(), tag);
-        if (now == before || now.empty()) return; // the file meta information cannot do without: a deleted one stays
-        const OFCondition put = format_.getMetaInfo()->putAndInsertString(metaTag, now.c_str());
+    DcmMetaInfo& meta = *format_.getMetaInfo();
+    for (const TwinUid& uid : uids_) {
+        const std::string now = uidOf(dataset(), uid.tag);
+        // The file meta information cannot do without: a deleted one stays. An earlier save may have put another there.
+        const bool isAsRead = now == uid.inDataset || now.empty();
+        const std::string& wanted = isAsRead ? uid.inMeta : now;
+        if (wanted == uidOf(meta, uid.metaTag)) continue;
+        const OFCondition put = meta.putAndInsertString(uid.metaTag, wanted.c_str());
         if (put.bad()) throw FileError(file_, put.text());
-    };
-    follow(sopClassUid_, DCM_SOPClassUID, DCM_MediaStorageSOPClassUID);
-    follow(sopInstanceUid_, DCM_SOPInstanceUID, DCM_MediaStorageSOPInstanceUID);
+    }
     // DCMTK leaves its group length alone when told to keep the rest of it.
     const OFCondition counted = format_.getMetaInfo()->computeGroupLengthAndPadding(
         EGL_recalcGL, EPD_noChange, EXS_LittleEndianExplicit, lengthEncoding_);
@@ -246,8 +252,8 @@ void DicomFile::dropForeignGroups()
             continue;
         }
         const std::unique_ptr<DcmElement> dropped(dataset().remove(index));
-        reportWarning(
-            fmt::format("{}: {} is no part of a dataset and is left out", file_.native(), tag.toString().c_str()));
+        reportWarning(fmt::format("{}: {} is no part of a dataset and is left out", printable(file_.native()),
+                                  tag.toString().c_str()));
     }
 }
 

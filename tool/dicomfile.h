@@ -5,6 +5,7 @@
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcfilefo.h>
 
+#include <array>
 #include <filesystem>
 #include <string>
 
@@ -43,8 +44,15 @@ private:
     DcmFileFormat format_;
     Framing framing_ = Framing::FileFormat;
     E_EncodingType lengthEncoding_ = EET_ExplicitLength;
-    std::string sopClassUid_;    // as read
-    std::string sopInstanceUid_; // as read
+    /// A UID that stands in the dataset and in the file meta information.
+    struct TwinUid {
+        DcmTagKey tag;
+        DcmTagKey metaTag;
+        std::string inDataset{}; // as read
+        std::string inMeta{};    // as read
+    };
+
+    std::array<TwinUid, 2> uids_;
 };
 
 } // namespace kxtool
