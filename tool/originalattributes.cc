@@ -173,8 +173,10 @@ std::string addOriginalAttributes(DcmDataset& dataset, const Recording& recordin
 {
     Elements elements = changedElements(dataset, recording);
     if (elements.empty()) return {};
-    if (DcmElement* earlier = elementOf(dataset, DCM_InstanceCoercionDateTime); earlier != nullptr)
-        elements.try_emplace(DCM_InstanceCoercionDateTime, copyOf(*earlier)); // replaced below
+    // It is set below: like any other, listed with its earlier value, or without one when this run adds it.
+    DcmDateTime added(DcmTag(DCM_InstanceCoercionDateTime));
+    elements.try_emplace(DCM_InstanceCoercionDateTime, listed(elementOf(dataset, DCM_InstanceCoercionDateTime), &added,
+                                                              setBefore(dataset, recording)));
     addCreators(elements, dataset, recording);
     OFString now;
     OFCondition result = DcmDateTime::getCurrentDateTime(now, OFTrue, OFFalse, OFTrue);

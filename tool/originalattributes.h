@@ -21,7 +21,8 @@ std::string whyNoLongString(const std::string& text);
 /// @return a name for this system: the program and the host.
 std::string thisSystem();
 
-/// Adds one item with the values that the rules replaced or removed, and sets Instance Coercion DateTime. Does nothing to
+/// Adds one item with the values that the rules replaced or removed, and sets Instance Coercion DateTime, which is
+/// listed like what the rules have changed: undoing all that an item lists yields the dataset before. Does nothing to
 /// a dataset in which nothing was changed. An attribute that was added, or whose value was none of its VR, is listed
 /// without a value; a sequence in which something was changed is listed whole, as it was; a private attribute together
 /// with its private creator.
