@@ -16,13 +16,23 @@
 #include <optional>
 #include <set>
 #include <stdexcept>
+#include <sys/resource.h>
 
 namespace kxtool {
 namespace {
 
-constexpr std::size_t kBatchFiles = kMaxReplacements;
 constexpr std::size_t kManyFiles = 4; // from which on a file system is synchronised faster than they are
 constexpr std::uintmax_t kBatchBytes = 64U * 1024 * 1024; // large files wait for no others: their batch takes room
+
+// A file of a batch stays open until the disk has it.
+std::size_t batchFiles()
+{
+    constexpr rlim_t kOtherDescriptors = 16;
+    rlimit limit = {};
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return kMaxReplacements;
+    const rlim_t room = limit.rlim_cur > kOtherDescriptors ? limit.rlim_cur - kOtherDescriptors : 1;
+    return std::min<std::size_t>(room, kMaxReplacements);
+}
 
 std::string userFieldLines(const std::filesystem::path& file, const KXCustomFields& fields)
 {
@@ -45,10 +55,18 @@ FileWorker::~FileWorker() = default;
 void FileWorker::run()
 {
     while (const auto task = queue_.next()) {
+        const bool isAlone = queue_.isTriedAgain(*task);
+        if (isAlone) finish();
         process(*task);
-        if (!options_.isDurable || pending_.size() >= kBatchFiles || pendingBytes_ >= kBatchBytes) finish();
+        if (isAlone || isBatchComplete()) finish();
     }
     finish();
+}
+
+bool FileWorker::isBatchComplete() const
+{
+    static const std::size_t most = batchFiles();
+    return !options_.isDurable || pending_.size() >= most || pendingBytes_ >= kBatchBytes;
 }
 
 void FileWorker::process(std::size_t number)
@@ -86,10 +104,17 @@ void FileWorker::applyAndWrite(const FileTask& task, Pending& pending)
         pendingBytes_ += pending.replacement->size();
         if (options_.isDurable) pending.replacement->beginSync(); // while the next ones are worked on
     }
+    const std::uintmax_t otherNames = pending.replacement ? pending.replacement->otherNames() : 0;
+    if (otherNames > 0)
+        reportWarning(fmt::format("{}: has {} more {} (hard links); the old content stays there",
+                                  printable(task.place.native()), otherNames, otherNames == 1 ? "name" : "names"));
+    if (verbosity() != Verbosity::Quiet && !options_.isDryRun)
+        reportNote(fmt::format("{} -> {}", printable(name.native()), printable(task.place.native())));
     if (!options_.reports) return;
     const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - begin;
-    pending.outcome.report = jsonLine({name, task.place, options_.isDryRun ? "dry" : "done", {}, spent.count()},
-                                      &*recording, &file.dataset());
+    pending.outcome.report =
+        jsonLine({name, task.place, options_.isDryRun ? "dry" : "done", {}, spent.count(), otherNames}, &*recording,
+                 &file.dataset());
 }
 
 void FileWorker::applyAtOnce(const FileTask& task, MappingSession& session) const
@@ -99,14 +124,14 @@ void FileWorker::applyAtOnce(const FileTask& task, MappingSession& session) cons
     if (verbosity() != Verbosity::Debug) tap.emplace();
     std::string failure;
     try {
-        rules_.asOne.apply(session);
+        rules_.asOne->apply(session);
     } catch (const std::logic_error& error) {
         failure = error.what();
     }
     const std::vector<std::string> messages = tap ? tap->take() : std::vector<std::string>();
     tap.reset();
     for (const std::string& message : messages)
-        reportWarning(fmt::format("{}: {}", task.input->file.native(), printable(message)));
+        reportWarning(fmt::format("{}: {}", printable(task.input->file.native()), printable(message)));
     if (!failure.empty()) throw FileError(task.input->file, failure);
 }
 
@@ -115,7 +140,8 @@ void FileWorker::applySingly(const FileTask& task, MappingSession& session, Reco
     recording.run(rules_.single, session, true);
     for (const Step& step : recording.steps()) {
         for (const std::string& message : step.messages)
-            reportWarning(fmt::format("{}: {} ({})", task.input->file.native(), printable(message), placeOfRule(step)));
+            reportWarning(fmt::format("{}: {} ({})", printable(task.input->file.native()), printable(message),
+                                      placeOfRule(step)));
     }
     if (!recording.failure().empty()) throw FileError(task.input->file, recording.failure());
     if (!options_.keepsOriginals || options_.isDryRun) return;
@@ -128,9 +154,15 @@ void FileWorker::finish()
     if (options_.isDurable) syncAll();
     {
         const SignalsHeld held; // what is in its place is also told
+        for (const Pending& pending : pending_) {
+            if (pending.replacement) queue_.prepare(pending.task, pending.outcome, pending.replacement->mark());
+        }
         for (Pending& pending : pending_) putInPlace(pending);
         if (options_.isDurable) syncTargetFolders();
-        for (const Pending& pending : pending_) queue_.deliver(pending.task, pending.outcome);
+        for (const Pending& pending : pending_) {
+            if (pending.replacement) queue_.confirm(pending.task);
+            else queue_.deliver(pending.task, pending.outcome);
+        }
     }
     pending_.clear();
     pendingBytes_ = 0;
@@ -163,12 +195,8 @@ void FileWorker::putInPlace(Pending& pending)
     try {
         pending.replacement->commit();
     } catch (const FileError& error) {
-        return fail(pending, error.what());
+        fail(pending, error.what());
     }
-    if (verbosity() == Verbosity::Quiet) return;
-    const FileTask& task = tasks_[pending.task];
-    reportNote(fmt::format("{} -> {}", task.input->file.native(), task.place.native()));
-    pending.outcome.errors += queue_.takeErrors();
 }
 
 void FileWorker::syncTargetFolders()
@@ -181,7 +209,10 @@ void FileWorker::syncTargetFolders()
         syncFolders(folders);
     } catch (const FileError& error) {
         for (Pending& pending : pending_) {
-            if (pending.replacement) fail(pending, error.what());
+            if (!pending.replacement) continue;
+            const std::string reason =
+                fmt::format("in its place, but perhaps not yet on the disk: {}", printable(error.what()));
+            fail(pending, FileError(pending.replacement->target(), reason).what());
         }
     }
 }

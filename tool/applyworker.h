@@ -39,9 +39,9 @@ struct FileTask {
     std::string error; ///< not empty: why nothing can be done
 };
 
-/// Which rules there are, in both forms.
+/// The rules, in the form that is needed.
 struct LoadedRules {
-    const Rules& asOne;
+    const Rules* asOne; ///< null when they are applied one by one
     const RulesInOrder& single;
 };
 
@@ -63,6 +63,7 @@ private:
         std::unique_ptr<Replacement> replacement; // null for a dry run, and after a failure
     };
 
+    bool isBatchComplete() const;
     void process(std::size_t task);
     void applyAndWrite(const FileTask& task, Pending& pending);
     void applyAtOnce(const FileTask& task, MappingSession& session) const;

@@ -40,7 +40,7 @@ fs::path below(const fs::path& path)
 
 class Walk {
 public:
-    Walk(fs::path except, bool keepsPaths, const std::function<void(const FileError&)>& onFailure)
+    Walk(fs::path except, bool keepsPaths, const InputFailure& onFailure)
         : except_(std::move(except)), keepsPaths_(keepsPaths), onFailure_(onFailure)
     {
     }
@@ -54,9 +54,9 @@ public:
         } else if (fs::is_regular_file(status)) {
             found.push_back({name, keepsPaths_ ? below(name) : name.filename(), fs::is_symlink(name, failure)});
         } else {
-            onFailure_(FileError(name, failure              ? failure.message()
-                                       : fs::exists(status) ? "neither a file nor a folder"
-                                                            : systemReason(ENOENT)));
+            onFailure_(name, FileError(name, failure              ? failure.message()
+                                             : fs::exists(status) ? "neither a file nor a folder"
+                                                                  : systemReason(ENOENT)));
         }
     }
 
@@ -69,7 +69,7 @@ private:
         try {
             for (const fs::directory_entry& entry : sortedEntries(folder)) addEntry(entry, relative);
         } catch (const FileError& error) {
-            onFailure_(error);
+            onFailure_(folder, error);
         }
     }
 
@@ -85,13 +85,13 @@ private:
         } else if (fs::is_regular_file(status)) {
             found.push_back({entry.path(), relative / name, entry.is_symlink(failure)});
         } else {
-            reportNote(fmt::format("{}: passed over, a link to a folder or no file", entry.path().native()));
+            reportNote(fmt::format("{}: passed over, a link to a folder or no file", printable(entry.path().native())));
         }
     }
 
     fs::path except_;
     bool keepsPaths_;
-    const std::function<void(const FileError&)>& onFailure_;
+    const InputFailure& onFailure_;
 };
 
 bool endsInSlash(const fs::path& path)
@@ -102,7 +102,7 @@ bool endsInSlash(const fs::path& path)
 } // namespace
 
 std::vector<Input> collectInputs(const std::vector<std::string>& names, const std::filesystem::path& except,
-                                 const std::function<void(const FileError&)>& onFailure)
+                                 const InputFailure& onFailure)
 {
     Walk walk(except, false, onFailure);
     for (const std::string& name : names) walk.addNamed(name);
@@ -110,7 +110,7 @@ std::vector<Input> collectInputs(const std::vector<std::string>& names, const st
 }
 
 std::vector<Input> collectListed(const std::vector<std::string>& names, const std::filesystem::path& except,
-                                 const std::function<void(const FileError&)>& onFailure)
+                                 const InputFailure& onFailure)
 {
     Walk walk(except, true, onFailure);
     for (const std::string& name : names) walk.addNamed(name);
@@ -165,9 +165,15 @@ std::optional<std::filesystem::path> OutputPlan::placeOf(std::size_t index)
     if (isSame && owner.hasWritten) return std::nullopt;
     if (!isSame)
         throw FileError(input.file, fmt::format("its result would overwrite {}{}", owner.hasWritten ? "that of " : "",
-                                                inputs_[owner.input].file.native()));
+                                                printable(inputs_[owner.input].file.native())));
     owner.hasWritten = true;
     return place;
+}
+
+bool OutputPlan::isTaken(const std::filesystem::path& place)
+{
+    std::error_code failure;
+    return owners_.contains(canonicalName(place, fs::is_symlink(place, failure)));
 }
 
 std::vector<std::filesystem::path> OutputPlan::makeFolders(const std::filesystem::path& place)

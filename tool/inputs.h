@@ -21,18 +21,21 @@ struct Input {
     bool isLink = false;
 };
 
+/// Told of a name that cannot be read, and why.
+using InputFailure = std::function<void(const std::filesystem::path& name, const FileError&)>;
+
 /// Expands files and folders in the order given; what a folder holds follows in the order of the names' bytes, folders
 /// below it included. Links to files are followed, links to folders only where they are named themselves, so no loop
 /// and nothing outside the folder is walked into. What is neither file nor folder is passed over inside a folder.
 /// @param except a folder that is not walked into when it lies below another; empty for none.
-/// @param onFailure is told of each name that cannot be read; the others go on.
+/// @param onFailure then, the others go on.
 std::vector<Input> collectInputs(const std::vector<std::string>& names, const std::filesystem::path& except,
-                                 const std::function<void(const FileError&)>& onFailure);
+                                 const InputFailure& onFailure);
 
 /// The same for the names of a list: a file that is named keeps the path that the list has for it, less what leads up or
 /// to the root.
 std::vector<Input> collectListed(const std::vector<std::string>& names, const std::filesystem::path& except,
-                                 const std::function<void(const FileError&)>& onFailure);
+                                 const InputFailure& onFailure);
 
 /// Reads a list of names: ended by NUL bytes when there is one, else by line feeds. Empty names are none.
 /// @param file "-" for standard input. @throws FileError
@@ -52,6 +55,9 @@ public:
     /// @return the input's own place; none when this very file has been given before and goes to the same place.
     /// @throws FileError when the place is another input, or taken by another input's result.
     std::optional<std::filesystem::path> placeOf(std::size_t index);
+
+    /// @return whether an input is there, or a result goes there that placeOf() has spoken of.
+    bool isTaken(const std::filesystem::path& place);
 
     /// Makes the folders on the way to a place.
     /// @return those whose names are new in their parents, from the top.

@@ -2,17 +2,15 @@
 // The bar is redrawn in place with a carriage return and "erase to end of line", which every terminal but "dumb" knows.
 #include "tool/progress.h"
 
-#include "tool/output.h"
-
 #include <fmt/format.h>
 #include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cmath>
-#include <cstdio>
 #include <cstdlib>
 #include <string_view>
+#include <utility>
 
 namespace kxtool {
 namespace {
@@ -43,8 +41,9 @@ std::string duration(double seconds)
 
 } // namespace
 
-Progress::Progress(Style style, std::size_t total)
-    : style_(style), total_(total), next_(begin_ + (style == Style::Bar ? Clock::duration(kFirstBar) : kLineInterval))
+Progress::Progress(Style style, std::size_t total, Write write)
+    : style_(style), total_(total), write_(std::move(write)),
+      next_(begin_ + (style == Style::Bar ? Clock::duration(kFirstBar) : kLineInterval))
 {
 }
 
@@ -60,7 +59,7 @@ void Progress::update(std::size_t done, std::size_t failed)
     if (style_ == Style::None || Clock::now() < next_) return;
     next_ = Clock::now() + (style_ == Style::Bar ? Clock::duration(kBarInterval) : kLineInterval);
     if (style_ == Style::Lines) {
-        reportError(state(done, failed));
+        say(state(done, failed));
     } else {
         draw(done, failed);
         isDrawn_ = true;
@@ -77,13 +76,13 @@ void Progress::draw(std::size_t done, std::size_t failed) const
         const std::size_t filled = width * done / std::max<std::size_t>(total_, 1);
         text = fmt::format("[{}{}] {}", std::string(filled, '#'), std::string(width - filled, '.'), text);
     }
-    fmt::print(stderr, "\r{}\x1b[K", text.substr(0, columns));
+    write_(fmt::format("\r{}\x1b[K", text.substr(0, columns)));
 }
 
 void Progress::clear()
 {
     if (!isDrawn_) return;
-    fmt::print(stderr, "\r\x1b[K");
+    write_("\r\x1b[K");
     isDrawn_ = false;
     next_ = std::min(next_, Clock::now() + kBarInterval);
 }
@@ -94,8 +93,8 @@ void Progress::finish(std::size_t done, std::size_t failed)
     if (style_ == Style::None) return;
     const double elapsed = seconds();
     const double rate = elapsed > 0 ? static_cast<double>(done) / elapsed : 0;
-    reportError(fmt::format("{} of {} files in {}, {:.0f}/s{}", done, total_, duration(elapsed), rate,
-                            failed == 0 ? "" : fmt::format(", {} failed", failed)));
+    say(fmt::format("{} of {} files in {}, {:.0f}/s{}", done, total_, duration(elapsed), rate,
+                    failed == 0 ? "" : fmt::format(", {} failed", failed)));
 }
 
 std::string Progress::state(std::size_t done, std::size_t failed) const

@@ -4,17 +4,22 @@
 
 #include <chrono>
 #include <cstddef>
+#include <functional>
 #include <string>
+#include <string_view>
 
 namespace kxtool {
 
-/// On standard error.
+/// For standard error.
 class Progress {
 public:
     enum class Style { None, Bar, Lines };
 
+    using Write = std::function<void(std::string_view)>;
+
     /// @param total how many files there are.
-    Progress(Style style, std::size_t total);
+    /// @param write how standard error is written to.
+    Progress(Style style, std::size_t total, Write write);
     ~Progress() { clear(); }
     Progress(const Progress&) = delete;
     Progress& operator=(const Progress&) = delete;
@@ -38,8 +43,11 @@ private:
     std::string state(std::size_t done, std::size_t failed) const;
     double seconds() const { return std::chrono::duration<double>(Clock::now() - begin_).count(); }
 
+    void say(const std::string& text) const { write_("kxmap: " + text + '\n'); }
+
     Style style_;
     std::size_t total_;
+    Write write_;
     Clock::time_point begin_ = Clock::now();
     Clock::time_point next_; // when it is time to show the state
     bool isDrawn_ = false;

@@ -10,15 +10,23 @@
 #include <cerrno>
 #include <fcntl.h>
 #include <fmt/format.h>
-#include <sys/stat.h>
+#include <random>
 #include <tuple>
 #include <unistd.h>
 
 namespace kxtool {
 namespace {
 
-constexpr unsigned kNameAttempts = 1000;
 constexpr std::size_t kFewFolders = 2; // synchronising more, one by one, takes longer than their file system
+
+// Tells the temporary files of this run from those of another machine, whose processes may have the same numbers. Drawn
+// before any process is forked.
+const std::uint32_t kRunToken = std::random_device()();
+
+std::filesystem::path temporaryName(const std::filesystem::path& target, pid_t process, std::size_t slot)
+{
+    return target.parent_path() / fmt::format("{}{}-{:08x}-{}", kTemporaryPrefix, process, kRunToken, slot);
+}
 
 // The files that the signal handler removes; null for none. Changed only while the signals are held back.
 std::array<const char*, kMaxReplacements> pendingPaths;
@@ -74,7 +82,7 @@ Replacement::Replacement(const std::filesystem::path& target, const std::filesys
     }
     installHandlersOnce();
     createTemporary();
-    if (isThere) adoptAttributes(static_cast<int>(status.st_mode), status.st_uid, status.st_gid);
+    if (isThere) adoptAttributes(status);
     else std::ignore = fchmod(descriptor_, modeOfNew(source));
 }
 
@@ -89,27 +97,43 @@ Replacement::~Replacement()
 
 void Replacement::createTemporary()
 {
-    static unsigned number = 0;
     const SignalsHeld held;
     const auto slot = std::ranges::find(pendingPaths, nullptr);
     if (slot == pendingPaths.end()) throw FileError(target_, "too many files under way"); // a fault in the caller
-    for (unsigned attempt = 0; attempt < kNameAttempts; ++attempt) {
-        temporary_ = target_.parent_path() / fmt::format("{}{}-{}", kTemporaryPrefix, getpid(), number++);
-        descriptor_ = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); // patients' data
-        if (descriptor_ < 0 && errno == EEXIST) continue; // left by a killed run, or another machine's
-        if (descriptor_ < 0) break;
+    slot_ = static_cast<std::size_t>(slot - pendingPaths.begin());
+    temporary_ = temporaryName(target_, getpid(), slot_);
+    descriptor_ = open(temporary_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600); // patients' data
+    if (descriptor_ >= 0) {
         *slot = temporary_.c_str();
-        slot_ = static_cast<std::size_t>(slot - pendingPaths.begin());
         return;
     }
     temporary_.clear();
     throw FileError(target_, systemReason(errno));
 }
 
-void Replacement::adoptAttributes(int mode, unsigned owner, unsigned group)
+void Replacement::adoptAttributes(const struct stat& target)
 {
-    std::ignore = fchown(descriptor_, owner, group);                      // only root may; others own what they write
-    std::ignore = fchmod(descriptor_, static_cast<mode_t>(mode) & 07777); // last: fchown clears bits
+    otherNames_ = target.st_nlink > 1 ? target.st_nlink - 1 : 0;
+    mode_t mode = target.st_mode & 07777;
+    if (fchown(descriptor_, target.st_uid, target.st_gid) != 0) { // only root may; others own what they write
+        mode &= 0777;
+        // In another group, its members were others before, and those of the old group are others now.
+        const mode_t both = (mode >> 3) & mode & 07;
+        if (fchown(descriptor_, static_cast<uid_t>(-1), target.st_gid) != 0) mode = (mode & 0700) | (both << 3) | both;
+    }
+    std::ignore = fchmod(descriptor_, mode); // last: fchown clears bits
+}
+
+std::uint64_t Replacement::mark() const
+{
+    struct stat status = {};
+    return fstat(descriptor_, &status) == 0 ? status.st_ino : 0;
+}
+
+bool Replacement::hasReplaced(const std::filesystem::path& target, std::uint64_t mark)
+{
+    struct stat status = {};
+    return mark != 0 && stat(target.c_str(), &status) == 0 && status.st_ino == mark;
 }
 
 int Replacement::write(const void* bytes, std::size_t count)
@@ -162,6 +186,20 @@ std::filesystem::path Replacement::folder() const
 {
     const std::filesystem::path parent = target_.parent_path();
     return parent.empty() ? "." : parent;
+}
+
+void removeTemporariesOf(pid_t process, const std::set<std::filesystem::path>& targets)
+{
+    std::set<std::filesystem::path> folders;
+    for (const std::filesystem::path& target : targets) {
+        std::error_code failure;
+        const std::filesystem::path resolved = std::filesystem::canonical(target, failure); // of a link
+        folders.insert((failure ? target : resolved).parent_path());
+    }
+    for (const std::filesystem::path& folder : folders) {
+        for (std::size_t slot = 0; slot < kMaxReplacements; ++slot)
+            unlink(temporaryName(folder / "", process, slot).c_str());
+    }
 }
 
 void syncFolders(const std::set<std::filesystem::path>& folders)

@@ -3,6 +3,7 @@
 // whole new one.
 #pragma once
 
+#include <sys/stat.h>
 #include <sys/types.h>
 
 #include <cstddef>
@@ -16,6 +17,9 @@ namespace kxtool {
 /// How the names of temporary files begin; a walk through folders passes over what a killed run has left of them.
 constexpr std::string_view kTemporaryPrefix = ".kxmap-";
 
+/// Removes what a process that has ended, forked from this one, has left of replacements of these targets.
+void removeTemporariesOf(pid_t process, const std::set<std::filesystem::path>& targets);
+
 /// How many replacements may be under way at once in a process.
 constexpr std::size_t kMaxReplacements = 64;
 
@@ -24,8 +28,9 @@ constexpr std::size_t kMaxReplacements = 64;
 /// and when SIGINT, SIGTERM or SIGHUP ends the process.
 class Replacement {
 public:
-    /// Creates the temporary file. An existing target lends its permissions and, where the system allows it, its owner;
-    /// where the target is a symbolic link, the file that it names is replaced.
+    /// Creates the temporary file. An existing target lends its owner, group and permissions; where the system does not
+    /// allow the group, others lose what they had beyond it and the group what it had beyond others, so that nobody gains
+    /// access. Where the target is a symbolic link, the file that it names is replaced.
     /// @throws FileError when it cannot be created, or the target is there and no writable regular file.
     /// @param source the file that the content comes from: it lends a new target its permissions, less the umask.
     explicit Replacement(const std::filesystem::path& target, const std::filesystem::path& source = {});
@@ -39,6 +44,15 @@ public:
 
     /// @return how many bytes were written.
     std::uintmax_t size() const { return size_; }
+
+    /// @return how many other names (hard links) the target has: those keep the old content.
+    std::uintmax_t otherNames() const { return otherNames_; }
+
+    /// @return what hasReplaced() knows this content by.
+    std::uint64_t mark() const;
+
+    /// @return whether the replacement with that mark was committed, by whichever process, and is still there.
+    static bool hasReplaced(const std::filesystem::path& target, std::uint64_t mark);
 
     /// Has the system begin to bring the content to the disk, and does not wait.
     void beginSync();
@@ -66,12 +80,13 @@ public:
 
 private:
     void createTemporary();
-    void adoptAttributes(int mode, unsigned owner, unsigned group);
+    void adoptAttributes(const struct stat& target);
 
     std::filesystem::path target_;    // links resolved
     std::filesystem::path temporary_; // empty once it is gone
     std::size_t slot_ = 0;            // among those that the signal handler knows
     std::uintmax_t size_ = 0;
+    std::uintmax_t otherNames_ = 0;
     int descriptor_ = -1;
 };
 

@@ -8,6 +8,8 @@
 #include <nlohmann/json.hpp>
 
 #include <cmath>
+#include <optional>
+#include <string_view>
 
 namespace kxtool {
 namespace {
@@ -32,6 +34,23 @@ Json jsonOf(const Change& change, const RunCharacterSets& sets)
     return json;
 }
 
+std::string percentEncoded(std::string_view bytes)
+{
+    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-";
+    std::string encoded;
+    for (const char byte : bytes) {
+        if (kPlain.find(byte) != std::string_view::npos) encoded += byte;
+        else encoded += fmt::format("%{:02X}", static_cast<unsigned char>(byte));
+    }
+    return encoded;
+}
+
+void addName(Json& json, const char* key, const std::filesystem::path& file)
+{
+    json[key] = file.native();
+    if (!isUtf8(file.native())) json[std::string(key) + "_bytes"] = percentEncoded(file.native());
+}
+
 Json messagesOf(const Recording& recording, const CharacterSet& set)
 {
     Json messages = Json::array();
@@ -51,9 +70,13 @@ std::string shown(const std::optional<std::string>& text)
 
 std::string jsonLine(const FileReport& file, const Recording* recording, DcmDataset* dataset)
 {
-    Json json = {{"input", file.input.native()}, {"output", file.output.native()}, {"status", file.status}};
+    Json json = Json::object();
+    addName(json, "input", file.input);
+    addName(json, "output", file.output);
+    json["status"] = file.status;
     if (!file.error.empty()) json["error"] = file.error;
     json["ms"] = std::round(file.milliseconds * 1000) / 1000;
+    if (file.otherNames > 0) json["other_names"] = file.otherNames;
     if (recording != nullptr) {
         const RunCharacterSets sets(*recording, *dataset);
         Json changes = Json::array();

@@ -5,6 +5,7 @@
 #include "tool/chartext.h"
 #include "tool/recorder.h"
 
+#include <cstdint>
 #include <filesystem>
 #include <optional>
 #include <string>
@@ -18,11 +19,14 @@ struct FileReport {
     const char* status = "done";  ///< "done", "failed", or of a dry run "dry"
     std::string error;            ///< why it failed
     double milliseconds = 0;
+    std::uintmax_t otherNames = 0; ///< hard links that were parted from it
 };
 
 /// @param recording made with originals; null when the rules were not applied.
 /// @param dataset as the rules left it; null with the recording.
-/// @return one JSON object, without line feed. Its texts are UTF-8; bytes that are in no character set are \xNN.
+/// @return one JSON object, without line feed. Its texts are UTF-8; bytes that are in no character set are \xNN. A file name
+///         that is not UTF-8 is there twice: readable, and as "input_bytes" or "output_bytes" with %NN for every byte
+///         that is no letter, digit, or one of "/._-".
 std::string jsonLine(const FileReport& file, const Recording* recording, DcmDataset* dataset);
 
 /// @param dataset as the rules left it.

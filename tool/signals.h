@@ -7,12 +7,15 @@
 
 namespace kxtool {
 
-constexpr std::array kEndingSignals = {SIGINT, SIGTERM, SIGHUP};
+/// Asks a worker to end. A signal of our own: workers inherit what their parent was told to ignore, this one they heed.
+constexpr int kEndWorker = SIGUSR1;
+
+constexpr std::array kEndingSignals = {SIGINT, SIGTERM, SIGHUP, kEndWorker};
 
 /// @return those of the ending signals that this process was not told to ignore when it began, as "nohup" does.
-inline const sigset_t& heededSignals()
+inline sigset_t& heededSignals()
 {
-    static const sigset_t heeded = [] {
+    static sigset_t heeded = [] {
         sigset_t signals;
         sigemptyset(&signals);
         for (const int signalNumber : kEndingSignals) {
@@ -23,6 +26,14 @@ inline const sigset_t& heededSignals()
         return signals;
     }();
     return heeded;
+}
+
+/// For a new worker, which has them held back: from now on they end it, and kEndWorker does in any case.
+inline void heedSignalsAsWorker()
+{
+    std::signal(kEndWorker, SIG_DFL);
+    sigaddset(&heededSignals(), kEndWorker);
+    sigprocmask(SIG_UNBLOCK, &heededSignals(), nullptr);
 }
 
 /// Holds the ending signals back while it lives: for steps that belong together. May be nested.

@@ -47,7 +47,7 @@ public:
 
     int run()
     {
-        const auto unreadable = [this](const FileError& error) {
+        const auto unreadable = [this](const std::filesystem::path&, const FileError& error) {
             reportError(error.what());
             raise(kUnusable);
         };
@@ -55,7 +55,7 @@ public:
             try {
                 tryFile(input.file);
             } catch (const FileError& error) {
-                unreadable(error);
+                unreadable(input.file, error);
             }
         }
         return exitCode_;

@@ -1,58 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // kxmap apply on real files: where results go, what of a file is kept, what is told, and what happens when something
-// fails or ends.
+// fails.
 #ifdef KXDCM_TOOL
 
-#include "support/fixture.h"
-#include "tool/run.h"
+#include "tool/applyfixture.h"
 
-#include <dcmtk/dcmdata/dcmetinf.h>
 #include <sys/stat.h>
 
 using namespace kxtest;
 namespace fs = std::filesystem;
-
-namespace {
-
-const std::string kTestFiles = KXDCM_PYDICOM_DATA "/test_files/";
-
-// A folder with a mapping file, a set, and whatever files a test copies into it.
-class ToolApply : public testing::Test {
-protected:
-    void SetUp() override
-    {
-        dir.write("name.map", "(0010,0010)=\"changed\"\n");
-        dir.write("none.map", "");
-        copy("CT_small.dcm", "ct.dcm");
-    }
-
-    void copy(const std::string& from, const std::string& to) const
-    {
-        fs::create_directories((dir.path() / to).parent_path());
-        fs::copy_file(kTestFiles + from, dir.path() / to);
-    }
-
-    std::string value(const std::string& file, DcmTagKey key) const
-    {
-        DcmFileFormat format;
-        if (format.loadFile((dir.path() / file).c_str()).bad()) return "unreadable";
-        DcmItem& item = key.getGroup() == 2 ? static_cast<DcmItem&>(*format.getMetaInfo()) : *format.getDataset();
-        return textOf(item, key);
-    }
-
-    ToolRun run(const std::string& arguments, const std::string& prelude = "") const
-    {
-        const ToolRun result = runTool(dir.path(), arguments, prelude);
-        for (const auto& entry : fs::recursive_directory_iterator(dir.path()))
-            EXPECT_FALSE(entry.path().filename().native().starts_with(".kxmap-"))
-                << entry.path() << " after " << arguments;
-        return result;
-    }
-
-    const TempDir dir;
-};
-
-} // namespace
 
 TEST_F(ToolApply, setAppliesPreThenTitleThenPost)
 {
@@ -192,20 +148,6 @@ TEST_F(ToolApply, messagesOfRulesAreToldWithTheFile)
               "kxmap: warning: ct.dcm: Coercion: Invalid parameter at function mul: y\n");
 }
 
-TEST_F(ToolApply, severalWorkersTellTheSameAsOne)
-{
-    dir.write("user.map", "(0010,0010)=add((0010,0020),1)\nUSER(id)=(0010,0020)\n");
-    for (int i = 0; i < 40; ++i)
-        copy(i % 3 == 0 ? "MR_truncated.dcm" : "MR_small.dcm", "in/" + std::to_string(i) + "/x");
-    const ToolRun one = run("apply --single user.map --print-user -o one in ct.dcm");
-    const ToolRun many = run("apply --single user.map --print-user -j 4 --fsync -o many in ct.dcm");
-    EXPECT_EQ(many.exitCode, 1);
-    EXPECT_EQ(many.output, one.output);
-    EXPECT_EQ(many.errors, one.errors);
-    EXPECT_EQ(std::system(("diff -r " + (dir.path() / "one").native() + " " + (dir.path() / "many").native()).c_str()),
-              0);
-}
-
 TEST_F(ToolApply, listsKeepTheirPaths)
 {
     copy("MR_small.dcm", "in/a b/x.dcm");
@@ -273,10 +215,66 @@ TEST_F(ToolApply, slipsCostNothing)
     ASSERT_EQ(run("apply --single name.map -o private.dcm ct.dcm").exitCode, 0);
     EXPECT_EQ(fs::status(dir.path() / "private.dcm").permissions(), fs::perms::owner_read | fs::perms::owner_write);
 
+    // A report has a name of its own; an older one is no image.
+    EXPECT_EQ(run("apply --single name.map --report o/ct.dcm -o o ct.dcm").exitCode, 2);
+    EXPECT_FALSE(fs::exists(dir.path() / "o"));
+    dir.write("in/r.jsonl", "{}\n");
+    copy("MR_small.dcm", "in/mr.dcm");
+    EXPECT_EQ(run("apply --single name.map --in-place --report in/r.jsonl in").exitCode, 0);
+    EXPECT_EQ(std::ranges::count(contentOf(dir.path() / "in/r.jsonl"), '\n'), 1);
+
+    // Nothing to do is no success.
+    fs::create_directory(dir.path() / "links");
+    fs::create_symlink("nowhere", dir.path() / "links/x");
+    for (const char* nothing : {"links", "--from-file /dev/null"}) {
+        const ToolRun result = run("apply --single name.map -o out " + std::string(nothing));
+        EXPECT_EQ(result.exitCode, 2);
+        EXPECT_EQ(result.errors, "kxmap: there is no file to work on\n");
+    }
+
     dir.write("elsewhere.map", "(0010,0010)=\"SECRET\"\n");
     dir.write("m/mappings/global/pre.map", "");
     ASSERT_EQ(run("apply --aet ../../elsewhere --mappings m/mappings --report r.jsonl -o o.dcm ct.dcm").exitCode, 0);
     EXPECT_NE(value("o.dcm", DCM_PatientName), "SECRET");
+}
+
+// Names are bytes: the terminal gets none of its control bytes, and the report all of them.
+TEST_F(ToolApply, namesAreToldWhole)
+{
+    copy("CT_small.dcm", "M\xfcller\x1b.dcm");
+    const ToolRun result = run("apply --single name.map -o out/ --report r.jsonl M* \"$(printf 'no\\033pe')\"");
+    EXPECT_EQ(result.exitCode, 1);
+    EXPECT_EQ(result.errors, "kxmap: no\\x1Bpe: No such file or directory\n");
+    const std::string report = contentOf(dir.path() / "r.jsonl");
+    for (const char* part : {R"json("input":"no\u001bpe")json", R"json("input_bytes":"M%FCller%1B.dcm")json",
+                             R"json("output_bytes":"out/M%FCller%1B.dcm")json"})
+        EXPECT_NE(report.find(part), std::string::npos) << part << "\n" << report;
+}
+
+TEST_F(ToolApply, partedHardLinksAreTold)
+{
+    fs::create_hard_link(dir.path() / "ct.dcm", dir.path() / "other.dcm");
+    const ToolRun result = run("apply --single name.map --in-place --report r.jsonl ct.dcm");
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.errors, "kxmap: warning: ct.dcm: has 1 more name (hard links); the old content stays there\n");
+    EXPECT_NE(contentOf(dir.path() / "r.jsonl").find("\"other_names\":1,"), std::string::npos);
+    EXPECT_NE(value("other.dcm", DCM_PatientName), "changed");
+}
+
+// Where the owner and the group cannot be kept, nobody may do more than before.
+TEST_F(ToolApply, replacingGivesNobodyAccess)
+{
+    const std::string asAnother = "setpriv --reuid 1 --regid 1 --clear-groups";
+    fs::permissions(dir.path(), fs::perms::all);
+    if (run("--version", asAnother).exitCode != 0) GTEST_SKIP() << "needs root, and the tool where all can read it";
+    constexpr std::pair<mode_t, mode_t> kModes[] = {{0666, 0666}, {0646, 0644}, {0606, 0600}, {04676, 0666}};
+    const std::string file = (dir.path() / "ct.dcm").native();
+    for (const auto& [before, after] : kModes) {
+        ASSERT_EQ(chown(file.c_str(), 2, 2), 0);
+        ASSERT_EQ(chmod(file.c_str(), before), 0);
+        EXPECT_EQ(run("apply --single name.map --in-place ct.dcm", asAnother).exitCode, 0);
+        EXPECT_EQ(fs::status(file).permissions(), fs::perms(after)) << std::oct << before;
+    }
 }
 
 TEST_F(ToolApply, originalAttributesAreKept)
@@ -314,64 +312,14 @@ TEST_F(ToolApply, originalAttributesAreKept)
     EXPECT_EQ(textOf(*before, DcmTagKey(0x0009, 0x0010)), "GEMS_IDEN_01");
     EXPECT_EQ(textOf(*before, DcmTagKey(0x0009, 0x1001)), "GE_GENESIS_FF");
     EXPECT_EQ(textOf(*before, DcmTagKey(0x0075, 0x0010)), "KXDCM COERCION 1.0");
-    for (const DcmTagKey& key : {DCM_OtherPatientNames, DcmTagKey(0x0075, 0x1001), DCM_ManufacturerModelName})
+    for (const DcmTagKey& key :
+         {DCM_OtherPatientNames, DcmTagKey(0x0075, 0x1001), DCM_ManufacturerModelName, DCM_InstanceCoercionDateTime})
         EXPECT_TRUE(before->tagExists(key) && !before->tagExistsWithValue(key)) << key.toString();
     EXPECT_FALSE(before->tagExists(DCM_Modality)) << "written, and the same as before";
     ASSERT_TRUE(before->findAndGetSequenceItem(DCM_OtherPatientIDsSequence, item, 1).good())
         << "not the whole sequence";
     ASSERT_TRUE(before->findAndGetSequenceItem(DCM_OtherPatientIDsSequence, item, 0).good());
     EXPECT_EQ(textOf(*item, DCM_PatientID), "ABCD1234");
-}
-
-namespace {
-
-// Shell words that run in the background what stands before them, and go on when a file has become another one.
-std::string whenChanged(const std::string& file)
-{
-    return " & p=$!; while cmp -s ct.dcm " + file + "; do :; done; ";
-}
-
-} // namespace
-
-// Whatever ends a run, every file is the old or the new one, and only SIGKILL of all processes leaves temporary files.
-TEST_F(ToolApply, interruptedRunsLeaveWholeFiles)
-{
-    const std::string before = contentOf(dir.path() / "ct.dcm");
-    ASSERT_EQ(run("apply --single name.map -o new.dcm ct.dcm").exitCode, 0);
-    const std::string after = contentOf(dir.path() / "new.dcm");
-    for (const char* signal : {"TERM", "KILL"}) {
-        for (int i = 0; i < 200; ++i)
-            fs::copy_file(dir.path() / "ct.dcm", dir.path() / ("c" + std::to_string(i)),
-                          fs::copy_options::overwrite_existing);
-        const ToolRun ended = runTool(dir.path(),
-                                      "apply --single name.map --in-place -j 2 --fsync c*" + whenChanged("c0") +
-                                          "kill -" + signal + " $p; wait $p; sleep 0.1)",
-                                      "(");
-        for (int i = 0; i < 200; ++i) {
-            const std::string content = contentOf(dir.path() / ("c" + std::to_string(i)));
-            EXPECT_TRUE(content == before || content == after) << signal << i;
-        }
-        for (const auto& entry : fs::directory_iterator(dir.path()))
-            EXPECT_FALSE(entry.path().filename().native().starts_with(".kxmap-")) << signal;
-        if (*signal == 'T' && ended.errors.empty()) continue; // it was done before
-        EXPECT_EQ(ended.errors.find("kxmap: interrupted: ") == 0, *signal == 'T') << ended.errors;
-    }
-}
-
-TEST_F(ToolApply, deadWorkerCostsItsFilesAlone)
-{
-    for (int i = 0; i < 400; ++i) copy("CT_small.dcm", "in/" + std::to_string(i));
-    const ToolRun result = runTool(dir.path(),
-                                   "apply --single name.map --in-place --fsync in" + whenChanged("in/0") +
-                                       "kill -9 $(cat /proc/$p/task/$p/children); wait $p)",
-                                   "(");
-    EXPECT_EQ(result.exitCode, 1);
-    const auto lost = static_cast<std::size_t>(std::ranges::count(result.errors, '\n'));
-    EXPECT_NE(result.errors.find(" died: Killed (signal 9)"), std::string::npos) << result.errors;
-    EXPECT_LE(lost, 64U) << "more than a batch";
-    std::size_t changed = 0;
-    for (int i = 0; i < 400; ++i) changed += value("in/" + std::to_string(i), DCM_PatientName) == "changed" ? 1U : 0U;
-    EXPECT_GE(changed, 400 - lost);
 }
 
 #endif

@@ -1,0 +1,39 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The file that "kxmap apply --report" writes.
+#pragma once
+
+#include "tool/descriptor.h"
+#include "tool/interruption.h"
+
+#include <sys/types.h>
+
+#include <filesystem>
+#include <string>
+
+namespace kxtool {
+
+/// A line for each input. It consists of whole lines at every moment, and ends where one cannot be written.
+class ReportFile {
+public:
+    /// @return whether a file could be a report, an empty one included; also when it cannot be read.
+    static bool isReport(const std::filesystem::path& file);
+
+    /// Takes the place of an older report only, so that a slip on the command line costs no image and no mapping.
+    /// @throws FileError
+    explicit ReportFile(const std::filesystem::path& file);
+
+    /// Adds a line, unless an earlier one could not be written.
+    /// @return whether it is there, or an earlier failure is known already.
+    bool add(const std::string& line, Interruption& interruption);
+
+    /// @return empty, or why lines are missing.
+    const std::string& failure() const { return failure_; }
+
+private:
+    std::filesystem::path file_;
+    Descriptor descriptor_;
+    off_t size_ = 0; // of whole lines
+    std::string failure_;
+};
+
+} // namespace kxtool

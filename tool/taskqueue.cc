@@ -1,0 +1,97 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// The worker's side of a pool.
+#include "tool/taskqueue.h"
+
+#include "tool/output.h"
+#include "tool/workers.h"
+
+#include <sys/stat.h>
+#include <unistd.h>
+
+#include <cerrno>
+#include <tuple>
+
+namespace kxtool {
+namespace {
+
+void writeFrame(int pipe, const Frame& frame, const Outcome& outcome)
+{
+    std::string bytes(reinterpret_cast<const char*>(&frame), sizeof frame);
+    bytes.append(outcome.errors).append(outcome.output).append(outcome.report);
+    for (std::size_t sent = 0; sent < bytes.size();) {
+        const ssize_t count = write(pipe, bytes.data() + sent, bytes.size() - sent);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) throw FileError("worker", systemReason(errno));
+        sent += static_cast<std::size_t>(count);
+    }
+}
+
+Frame frameOf(Frame::Kind kind, std::size_t task, const Outcome& outcome, std::uint64_t mark)
+{
+    Frame frame = {};
+    frame.task = task;
+    frame.mark = mark;
+    frame.kind = kind;
+    frame.isGood = outcome.isGood;
+    frame.sizes = {outcome.errors.size(), outcome.output.size(), outcome.report.size()};
+    return frame;
+}
+
+} // namespace
+
+std::string takeAll(int file)
+{
+    struct stat status = {};
+    if (fstat(file, &status) != 0 || status.st_size == 0) return {};
+    std::string text(static_cast<std::size_t>(status.st_size), '\0');
+    const ssize_t count = pread(file, text.data(), text.size(), 0);
+    text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
+    std::ignore = ftruncate(file, 0);
+    std::ignore = lseek(file, 0, SEEK_SET);
+    if (!text.empty() && !text.ends_with('\n')) text += '\n';
+    return text;
+}
+
+TaskQueue::TaskQueue(SharedTasks& shared, unsigned worker, int pipe, int errors)
+    : shared_(shared), worker_(worker), pipe_(pipe), errors_(errors)
+{
+}
+
+std::optional<std::size_t> TaskQueue::next()
+{
+    std::size_t hint = shared_.hint;
+    for (std::size_t task = hint; task < shared_.count; ++task) {
+        unsigned owner = SharedTasks::kNobody;
+        if (!shared_[task].owner.compare_exchange_strong(owner, worker_)) continue;
+        shared_.hint.compare_exchange_strong(hint, task + 1); // not where the parent has given tasks back meanwhile
+        return task;
+    }
+    return std::nullopt;
+}
+
+bool TaskQueue::isTriedAgain(std::size_t task) const
+{
+    return shared_[task].deaths > 0;
+}
+
+std::string TaskQueue::takeErrors()
+{
+    return takeAll(errors_);
+}
+
+void TaskQueue::prepare(std::size_t task, const Outcome& outcome, std::uint64_t mark)
+{
+    writeFrame(pipe_, frameOf(Frame::Kind::Prepared, task, outcome, mark), outcome);
+}
+
+void TaskQueue::confirm(std::size_t task)
+{
+    writeFrame(pipe_, frameOf(Frame::Kind::Confirmed, task, {}, 0), {});
+}
+
+void TaskQueue::deliver(std::size_t task, const Outcome& outcome)
+{
+    writeFrame(pipe_, frameOf(Frame::Kind::Final, task, outcome, 0), outcome);
+}
+
+} // namespace kxtool

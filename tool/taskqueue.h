@@ -1,0 +1,49 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// What a worker pool and its workers share: the table of tasks in their common memory, and the form of what goes through
+// the pipes.
+#pragma once
+
+#include <array>
+#include <atomic>
+#include <cstddef>
+#include <cstdint>
+#include <string>
+
+namespace kxtool {
+
+/// An outcome on its way through a pipe: this, then its three texts.
+struct Frame {
+    enum class Kind : std::uint8_t { Final, Prepared, Confirmed };
+
+    std::size_t task;
+    std::uint64_t mark;
+    Kind kind;
+    bool isGood;
+    std::array<std::size_t, 3> sizes;
+};
+
+class SharedTasks {
+public:
+    static constexpr unsigned kNobody = 0;
+
+    struct Task {
+        std::atomic<unsigned> owner;  // the worker that has it
+        std::atomic<unsigned> deaths; // of workers that had it
+    };
+
+    static std::size_t bytes(std::size_t tasks) { return sizeof(SharedTasks) + tasks * sizeof(Task); }
+
+    explicit SharedTasks(std::size_t tasks) : count(tasks) {}
+
+    // Behind this object; zero, which the memory is filled with, is a good start.
+    Task& operator[](std::size_t task) { return reinterpret_cast<Task*>(this + 1)[task]; }
+
+    /// The first task that may be free. Only a hint, so that nobody has to look at all of them: owners decide.
+    std::atomic<std::size_t> hint = 0;
+    const std::size_t count;
+};
+
+/// @return what is in the file, which is then empty; with a line feed at its end.
+std::string takeAll(int file);
+
+} // namespace kxtool
