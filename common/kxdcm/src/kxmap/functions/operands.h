@@ -16,13 +16,6 @@ inline const char* textOf(Value* value)
     return value == nullptr ? nullptr : value->getString();
 }
 
-/// Takes one more reference to an operand, for the caller of the evaluator.
-inline Value* keep(Value* value)
-{
-    if (value != nullptr) ++value->refCount;
-    return value;
-}
-
 /// One evaluated argument. Literals and elements, which most arguments are, are read where they stand: a value is made
 /// of them only when it is handed on.
 class Operand {
