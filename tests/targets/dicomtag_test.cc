@@ -201,6 +201,9 @@ TEST(DicomTag, withoutDatasetNothingIsWritten)
     Mapping("(0010,0010)=x\n(0010,0010)=NULL()\nSEQ(0010,0010)=x\nSEQ(0040,0275,0,0040,0007)=x\n$(a)=on", "none")
         .apply(session);
     EXPECT_STREQ(session.getVariable("a"), "on");
+    LogCapture log; // a path without items is a plain tag
+    Mapping("SEQ(0010,0010)=x", "none").apply(session);
+    for (const std::string& message : log.messages()) EXPECT_FALSE(message.starts_with("Couldn't")) << message;
 }
 
 TEST(DicomTag, silentWhenLoggingIsOff)
