@@ -118,4 +118,16 @@ TEST(Strings, splitTracesItsSearch)
     }
 }
 
+// A value handed on has the text that its evaluator saw, whatever becomes of the element.
+TEST(Strings, containsHandsOnTheTextItLookedAt)
+{
+    const auto dataset = sampleDataset();
+    ASSERT_TRUE(dataset->putAndInsertString(DCM_PatientID, "Jane").good());
+    MappingSession session;
+    session.dataset = dataset.get();
+    const std::unique_ptr<Expression> rule(Expression::readCfgLine("contains((0010,0010),(0010,0020))"));
+    const std::unique_ptr<Value> value(rule->getValue(session));
+    ASSERT_TRUE(dataset->putAndInsertString(DCM_PatientID, "changed").good());
+    EXPECT_STREQ(value->getString(), "Jane");
+}
 } // namespace

@@ -220,9 +220,22 @@ TEST(MappingSet, titlesAreFoundAmongManyAndInAChangedList)
     for (const char* title : {"A", "B", "C"}) EXPECT_EQ(applied(title), std::string(title) + ".map");
     EXPECT_EQ(applied("D"), "-");
 
+    const auto replace = [&set](std::list<Mapping*>::iterator place, const char* text) {
+        const std::string title = (*place)->name;
+        delete *place;
+        *place = new Mapping(text, title.c_str());
+        return title;
+    };
+    EXPECT_EQ(applied(replace(std::next(set.mappings.begin()), "USER(from)=exchanged")), "exchanged");
+
+    const std::string front = set.mappings.front()->name; // one goes, another comes: the length stays
+    delete set.mappings.front();
+    set.mappings.pop_front();
     set.mappings.push_back(new Mapping("USER(from)=added", "D"));
     EXPECT_EQ(applied("D"), "added");
-    EXPECT_EQ(applied("B"), "B.map");
+    EXPECT_EQ(applied(front), front == longName ? applied(longName) : "-"); // another file has the long name
+    set.mappings.push_front(new Mapping("USER(from)=first", "D"));
+    EXPECT_EQ(applied("D"), "first");
     while (!set.mappings.empty()) {
         delete set.mappings.front();
         set.mappings.pop_front();

@@ -51,7 +51,7 @@ class Value {
 public:
     bool made;    ///< true once the text has been computed
     int refCount; ///< the number of holders
-    char* str;    ///< the text, owned; null until made, and for good where there is none
+    char* str;    ///< the text, owned, an array; null until made, and for good where there is none
 
     Value(const Value&) = delete;
     Value& operator=(const Value&) = delete;
@@ -80,14 +80,10 @@ class StringValue : public Value {
 public:
     /// @param s bytes to copy; null gives the empty text.
     StringValue(const char* s);
-    ~StringValue() override;
 
     /// Puts the text with `DcmElement::putString`, which splits it at "\" as the target's VR has it. A text that the VR
     /// cannot take leaves the element as DCMTK leaves it; nothing is reported.
     void assignTo(DcmItem* item, DcmElement* target) const override;
-
-private:
-    char short_[32]; ///< where `str` points when the text fits: most do, and need no array
 };
 
 /// An element of the dataset, or of an item in it.
@@ -354,9 +350,11 @@ enum GlobalMappingRule : int { GlobalPre = 0, GlobalPost = 1 };
 /// Files that cannot be opened, and whatever is not a regular file, are passed over in silence.
 class MappingSet {
 public:
-    Mapping* pre;                 ///< owned; null when there is none
-    Mapping* post;                ///< owned; null when there is none
-    std::list<Mapping*> mappings; ///< owned; by AE title, in the order of loading
+    Mapping* pre;  ///< owned; null when there is none
+    Mapping* post; ///< owned; null when there is none
+    /// Owned; by AE title, in the order of loading. A server may exchange a mapping for another of its title, and add and
+    /// take away at both ends; apply() goes by a table of what was loaded.
+    std::list<Mapping*> mappings;
 
     /// Loads the inbound side: every "<AE title>.map", "global/pre.map" and "global/post.map".
     MappingSet();

@@ -33,7 +33,7 @@ struct ItemList : DcmItem {
 
 // An item's elements are in the order of their tags, each tag once (`DcmItem::insert`), and its list remembers where it
 // was used last. Rules mostly write what they have just read, or what stands near it: so the way begins there, and ends
-// where the tag would have to be.
+// where the tag would have to be. A server that gives an element of the dataset another tag in its place breaks that order.
 DcmElement* kxmap::findElement(DcmItem& item, const DcmTagKey& key)
 {
     DcmList& list = ItemList::of(item);

@@ -135,14 +135,7 @@ Value::operator DcmElement*() const
 
 StringValue::StringValue(const char* s)
 {
-    if (s == nullptr) s = "";
-    const std::size_t bytes = std::strlen(s) + 1;
-    str = bytes <= sizeof short_ ? static_cast<char*>(std::memcpy(short_, s, bytes)) : newdup(s);
-}
-
-StringValue::~StringValue()
-{
-    if (str == short_) str = nullptr; // no array, which the base would release
+    str = newdup(s == nullptr ? "" : s);
 }
 
 void StringValue::assignTo(DcmItem* /*item*/, DcmElement* target) const

@@ -5,6 +5,8 @@
 #include "kxmap/core/itempath.h"
 #include "kxmap/functions/lookups.h"
 
+#include <tuple>
+
 kxmap::Operand::Operand(MappingSession& session, Expression& node) : value_(nullptr)
 {
     if (node.func == nullptr) literal_ = node.text == nullptr ? "" : node.text;
@@ -14,6 +16,7 @@ kxmap::Operand::Operand(MappingSession& session, Expression& node) : value_(null
 
 const char* kxmap::Operand::text()
 {
+    isAsked_ = true;
     if (element_ != nullptr && literal_ == nullptr) {
         literal_ = elementText(*element_);
         if (literal_ == nullptr) literal_ = "";
@@ -24,6 +27,8 @@ const char* kxmap::Operand::text()
 Value* kxmap::Operand::release()
 {
     const char* literal = std::exchange(literal_, nullptr);
-    if (element_ != nullptr) return new TagValue(std::exchange(element_, nullptr));
-    return literal != nullptr ? new StringValue(literal) : value_.release();
+    if (element_ != nullptr) value_.reset(new TagValue(std::exchange(element_, nullptr)));
+    else if (literal != nullptr) value_.reset(new StringValue(literal));
+    if (isAsked_) std::ignore = textOf(value_.get()); // a value's text is as it was when first asked for
+    return value_.release();
 }

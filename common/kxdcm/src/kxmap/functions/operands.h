@@ -37,6 +37,7 @@ public:
 private:
     const char* literal_ = nullptr; ///< the literal's, or the element's text once asked for
     DcmElement* element_ = nullptr;
+    bool isAsked_ = false; ///< for the text
     ValueRef value_;
 };
 

@@ -33,16 +33,31 @@ std::unique_ptr<Mapping> readMapping(const std::string& path, const char* name)
 
 } // namespace
 
-/// Finds titles without comparing all of them. It is left aside when a server has made the list longer or shorter since
-/// it was loaded.
+/// Finds titles without comparing all of them. It holds for the list that was loaded: one of another length, or with
+/// other titles at its ends, is searched from the front.
 struct MappingSet::Index {
     struct Hash {
         using is_transparent = void;
         std::size_t operator()(std::string_view title) const { return std::hash<std::string_view>()(title); }
     };
 
+    bool holdsFor(const std::list<Mapping*>& list) const
+    {
+        return list.size() == listed && (listed == 0 || (first == list.front()->name && last == list.back()->name));
+    }
+
+    void add(const std::list<Mapping*>& list)
+    {
+        places.emplace(list.back()->name, std::prev(list.end())); // the first of a title stays
+        first = list.front()->name;
+        last = list.back()->name;
+        listed = list.size();
+    }
+
     std::unordered_map<std::string, std::list<Mapping*>::const_iterator, Hash, std::equal_to<>> places;
-    std::size_t listed = 0; ///< mappings seen, those among them whose title was there already
+    std::string first;
+    std::string last;
+    std::size_t listed = 0;
 };
 
 MappingSet::MappingSet(std::unique_ptr<Index> index) : pre(nullptr), post(nullptr), index_(std::move(index)) {}
@@ -90,14 +105,13 @@ void MappingSet::load(const std::string& path, const char* name)
     if (!mapping) return;
     mappings.push_back(mapping.get());
     std::ignore = mapping.release(); // the list owns it now
-    ++index_->listed;
-    index_->places.emplace(mappings.back()->name, std::prev(mappings.end())); // the first of a title stays
+    index_->add(mappings);
 }
 
 Mapping* MappingSet::find(const char* aeTitle) const
 {
     const auto isWanted = [aeTitle](const Mapping* mapping) { return std::strcmp(mapping->name, aeTitle) == 0; };
-    if (mappings.size() == index_->listed) {
+    if (index_->holdsFor(mappings)) {
         const auto place = index_->places.find(std::string_view(aeTitle));
         if (place == index_->places.end()) return nullptr;
         if (isWanted(*place->second)) return *place->second;
