@@ -169,6 +169,8 @@ CheckSwitches switchesOf(const std::vector<std::string>& warnings, CheckRun& run
 int check(CheckOptions options)
 {
     if (options.listsWarnings) return listWarnings();
+    if (options.asksEngine && options.format != "text")
+        throw CLI::ValidationError("--format", "the engine's check has one form, its own text");
     CheckRun run;
     const CheckSwitches switches = switchesOf(options.warnings, run);
     if (options.names.empty()) {
@@ -199,15 +201,12 @@ void addCheck(CLI::App& app, int& exitCode)
     addSwitchOptions(*command, options->warnings, options->listsWarnings,
                      "-WNAME and -Wno-NAME switch a warning on and off, -Wall and -Wno-all every one of them; -Werror "
                      "makes errors of them");
-    CLI::Option* format =
-        command->add_option("--format", options->format, "How findings are written: text, json or sarif")
-            ->type_name("FORMAT")
-            ->check(CLI::IsMember({"text", "json", "sarif"}).description(""));
+    command->add_option("--format", options->format, "How findings are written: text, json or sarif")
+        ->type_name("FORMAT")
+        ->check(CLI::IsMember({"text", "json", "sarif"}).description(""));
     addColorOption(*command, options->color);
-    command
-        ->add_flag("--engine", options->asksEngine,
-                   "Say what the engine's own syntax check says: the first bad line of each file")
-        ->excludes(format);
+    command->add_flag("--engine", options->asksEngine,
+                      "Say what the engine's own syntax check says: the first bad line of each file");
     command->footer("Findings go to standard output; good files are named with --verbose only.\n"
                     "Exit codes: 0 nothing found, 1 errors or warnings, 2 a file could not be read, or usage error.");
     command->callback([=, &exitCode] { exitCode = check(*options); });
