@@ -220,7 +220,7 @@ TEST(MappingSet, titlesAreFoundAmongManyAndInAChangedList)
     for (const char* title : {"A", "B", "C"}) EXPECT_EQ(applied(title), std::string(title) + ".map");
     EXPECT_EQ(applied("D"), "-");
 
-    const auto replace = [&set](std::list<Mapping*>::iterator place, const char* text) {
+    const auto replace = [](std::list<Mapping*>::iterator place, const char* text) {
         const std::string title = (*place)->name;
         delete *place;
         *place = new Mapping(text, title.c_str());
