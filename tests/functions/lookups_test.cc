@@ -39,7 +39,8 @@ constexpr RuleCase kSeq[] = {
     {"SEQ(0040,0008,0,0008,0100)", nullptr}, // a level too low
     {"SEQ(0040,0275,0,0040,0008,0,0008,0100)", "CODE-A0"},
     {"SEQ(0040,0275,0,0040,0008,1,0008,0100)", "CODE-A1"},
-    {"SEQ(0040,0275,0,0040,0008)", ""}, // a sequence has no text
+    {"SEQ(0040,0275,0,0040,0008,0x1,0008,0100)", "CODE-A0"}, // every item number is decimal
+    {"SEQ(0040,0275,0,0040,0008)", ""},                      // a sequence has no text
 };
 constexpr RuleCase kStores[] = {
     {"$(x)", "5"},       {"$(concat(x,y))", "6"}, {"$(@g)", "7"},        {"$(g)", nullptr},

@@ -129,5 +129,11 @@ TEST(Strings, containsHandsOnTheTextItLookedAt)
     const std::unique_ptr<Value> value(rule->getValue(session));
     ASSERT_TRUE(dataset->putAndInsertString(DCM_PatientID, "changed").good());
     EXPECT_STREQ(value->getString(), "Jane");
+
+    // One that nobody looked at is still to be read: it may be long, or on disk.
+    const std::unique_ptr<Expression> choice(Expression::readCfgLine("translate(a,b,a,(0010,0020))"));
+    const std::unique_ptr<Value> chosen(choice->getValue(session));
+    EXPECT_FALSE(chosen->made);
+    EXPECT_STREQ(chosen->getString(), "changed");
 }
 } // namespace
