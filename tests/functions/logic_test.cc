@@ -175,6 +175,8 @@ TEST(Calls, survivePresentValueWithoutText)
         {"rnd(9,T)", true, "Coercion: Invalid rnd seed value: NULL()\n"},
         {"dicomAge(T,20200101)", true},
         {"equals(T,x)", true},
+        {"equals(T,T)", false},
+        {"equals(T,NULL())", true},
         {"translate(x,NULL(),T,y)", true},
         {"$(T)", true},
         {"USER(T)", true},
