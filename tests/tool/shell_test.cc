@@ -160,12 +160,11 @@ TEST_F(ToolShell, saysWhatRulesSee)
 TEST_F(ToolShell, readsManyLines)
 {
     std::string lines;
-    for (int i = 0; i < 20000; ++i)
+    for (int i = 0; i < 2000; ++i)
         lines += "(0010,4000)=concat((0010,0020),\"" + std::to_string(i) + "\")\n(0010,4000)\n";
     const ToolRun run = shell(lines + ":undo\n(0010,4000)\n");
     EXPECT_EQ(run.exitCode, 0) << run.errors;
-    EXPECT_TRUE(
-        run.output.ends_with("\n1CT119999\ntaken back: (0010,4000)=concat((0010,0020),\"19999\")\n1CT119998\n"));
+    EXPECT_TRUE(run.output.ends_with("\n1CT11999\ntaken back: (0010,4000)=concat((0010,0020),\"1999\")\n1CT11998\n"));
 }
 
 TEST_F(ToolShell, savesWhatWasRead)
