@@ -5,6 +5,8 @@
 
 #include "KXItem.h"
 
+#include <dcmtk/dcmdata/dcdicent.h>
+#include <dcmtk/dcmdata/dcdict.h>
 #include <dcmtk/dcmdata/dctag.h>
 #include <fmt/format.h>
 
@@ -160,6 +162,15 @@ bool ElementRef::isKnown() const
     if (KXItem::isOurPrivateTagKey(key)) return nameOf(key) != "Private attribute";
     const DcmEVR vr = DcmTag(key).getEVR();
     return vr != EVR_UNKNOWN && vr != EVR_UN;
+}
+
+bool ElementRef::isWholeNumber() const
+{
+    const DcmTagKey key = tag();
+    const DcmDictEntry* entry = dcmDataDict.rdlock().findEntry(key, nullptr);
+    const bool isOne = entry != nullptr && entry->getEVR() == EVR_IS && entry->getVMMax() == 1;
+    dcmDataDict.rdunlock();
+    return isOne;
 }
 
 std::optional<ElementRef> elementOf(const Expression& expression)

@@ -157,7 +157,7 @@ Condition Words::isNumber(const Expression& expression, std::size_t moment)
         if (call.func == &f_NULL || isNumeric(call)) return isPresent(call, resolved.moment);
     }
     const std::string words = value(expression, moment);
-    return about(expression, moment, words + " is a whole number", words + " is not a whole number");
+    return about(expression, moment, words + " begins with a whole number", words + " begins with no whole number");
 }
 
 Condition Words::areEqual(const Expression& a, const Expression& b, std::size_t moment)

@@ -138,14 +138,18 @@ std::string Words::value(const Expression& expression, std::size_t moment)
     return callValue(*resolved.expression, resolved.moment);
 }
 
-/// As a number in a sentence: without quotes where it is one, in brackets where it is computed.
+/// As a number in a sentence: without quotes where it is one, in brackets where it is computed. The engine reads the number
+/// that a text begins with and ignores the rest.
 std::string Words::operand(const Expression& expression, std::size_t moment)
 {
     const Resolved resolved = resolve(expression, moment);
     if (resolved.expression == nullptr) return resolved.unresolved;
     if (const auto number = readNumber(*resolved.expression)) return std::to_string(*number);
     const std::string words = value(*resolved.expression, resolved.moment);
-    return isArithmetic(*resolved.expression) ? "(" + words + ")" : words;
+    if (isArithmetic(*resolved.expression)) return "(" + words + ")";
+    const auto element = elementOf(*resolved.expression);
+    const bool isPlain = element ? element->isWholeNumber() : isNumeric(*resolved.expression);
+    return isPlain ? words : "the whole number at the start of " + words;
 }
 
 std::string Words::callValue(const Expression& call, std::size_t moment)

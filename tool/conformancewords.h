@@ -26,6 +26,7 @@ struct ElementRef {
     std::string words() const;     ///< for a sentence: its name and tag, and where it is
     std::string itemWords() const; ///< of the item it is in; empty for the dataset's own elements
     bool isKnown() const;          ///< to the data dictionary: can be made
+    bool isWholeNumber() const;    ///< by the data dictionary; one, and seen as text
 };
 
 /// What earlier rules of the same run have written, rule by rule.

@@ -166,6 +166,7 @@ TEST(ToolConformance, tellsWhatTheAttributeHolds)
         {"(0010,4000)=substr(\"abc\",5,2)", "removed | | |"},
         {"(0010,4000)=if(substr(\"abc\",5,2),\"x\",toUpper(\"y\"))", "| \"Y\" | |"},
         {"(0010,4000)=add(\"x\",1)", "removed | | |"},
+        {"(0020,0013)=add((0020,0013),1)", "modified | its value plus 1 | its value begins with a whole number |"},
     };
     const TempDir dir;
     for (const Rule& c : kRules) {
