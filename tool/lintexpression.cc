@@ -46,12 +46,21 @@ bool isCamel(std::string_view word)
     return hasStep;
 }
 
+/// @param end where the first bracket that a bare text opens is closed
+/// @return whether the text up to there is a call or a tag.
+bool isCallUpTo(std::string_view text, std::size_t end)
+{
+    const std::size_t open = text.find('(');
+    return open == 0 ? !tagMeantBy(text.substr(0, end)).empty() : functionNamed(text.substr(0, open)) != nullptr;
+}
+
 // A bare text whose brackets or quotes tell that a call was meant: the parser sees one only where ")" is the last byte.
 bool lintBareBrackets(const Site& site, const NodeSpan& node, std::string_view text)
 {
     std::vector<std::size_t> open;
     bool inQuote = false;
     std::size_t quote = std::string_view::npos;
+    std::size_t end = 0; // of the first bracket
     for (std::size_t i = 0; i < text.size(); ++i) {
         if (text[i] == '"') {
             inQuote = !inQuote;
@@ -62,6 +71,7 @@ bool lintBareBrackets(const Site& site, const NodeSpan& node, std::string_view t
             open.push_back(i);
         } else if (!inQuote && text[i] == ')' && !open.empty()) {
             open.pop_back();
+            if (open.empty() && end == 0) end = i + 1;
         }
     }
     const std::size_t begin = node.text.begin;
@@ -71,6 +81,10 @@ bool lintBareBrackets(const Site& site, const NodeSpan& node, std::string_view t
     } else if (looksInfix(text)) {
         site.reportRight(Check::InfixOperator, node.text, "this is one text for the engine, and nothing is computed",
                          kNoOperators);
+    } else if (end > 0 && isCallUpTo(text, end)) {
+        site.reportRight(Check::TextAfterBracket, {begin + end, node.text.end},
+                         "with this behind its \")\" the call is none: all of it is one text",
+                         "end with the \")\"; write concat(a,b) to join");
     } else if (quote != std::string_view::npos) {
         site.reportRight(Check::QuoteInBareText, {begin + quote, begin + quote + 1},
                          "a quote within a text that does not begin with one is part of the text",

@@ -166,6 +166,9 @@ TEST(ToolCheck, linesAndPlaces)
         {"(0010,0010)=(0010,0020) + (0010,0030)", {"1:bracket-mismatch"}},
         {"(0010,4000)=toUpper((0010,4000)) # name\n(0010,4000)=# x\n(0010,4000)=if(a #,b,c)",
          {"1:trailing-comment", "2:trailing-comment", "3:constant-condition", "3:trailing-comment"}},
+        {"(0010,4000)=concat(\"a\",\"b\");\n(0010,4000)=(0010,0020).\n(0010,4000)=not((0010,0020))x\n(0010,4000)=CT "
+         "(head) 2",
+         {"1:text-after-bracket", "2:text-after-bracket", "3:text-after-bracket"}},
         {"(0010,4000)=Ward #7\n(0010,4000)=#", {"2:trailing-comment"}},
         {"(0010,0010)=x)\n\n(0010,0020)=+(\"a\",\"b\")", {"1:bracket-mismatch", "3:unknown-function"}},
         {"(0010,4000)=\"" + longText + "\"", {"1:unclosed-quote", "1:long-line", "1:missing-equals"}},
