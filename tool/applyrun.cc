@@ -21,6 +21,7 @@
 #include <cerrno>
 #include <cstdio>
 #include <set>
+#include <stdexcept>
 #include <thread>
 #include <tuple>
 #include <utility>
@@ -37,6 +38,7 @@ public:
     {
         std::size_t lost = 0; // said already
         ruleFiles_ = readChosenRules(options.rules, lost);
+        if (ruleFiles_.empty()) throw std::runtime_error(whyNoRules(options.rules));
         for (const RuleFile& file : ruleFiles_) rulesInOrder_.push_back(&file);
         if (!options.files.needsRecording()) rules_.emplace(options.rules);
     }

@@ -12,7 +12,8 @@
 
 namespace kxtool {
 
-/// A line for each input. It consists of whole lines at every moment, and ends where one cannot be written.
+/// A line for each input. It consists of whole lines and ends where one cannot be written; only SIGKILL of this process or
+/// a stop of the machine may tear its last line.
 class ReportFile {
 public:
     /// @return whether a file could be a report, an empty one included; also when it cannot be read.

@@ -87,8 +87,12 @@ std::vector<RuleFile> readChosenRules(const RuleChoice& choice, std::size_t& los
         reportLostRules(files.back());
         lostCount += files.back().badCount();
     }
-    if (files.empty()) reportWarning(fmt::format("no mapping file applies to AE title {}", printable(choice.aeTitle)));
     return files;
+}
+
+std::string whyNoRules(const RuleChoice& choice)
+{
+    return fmt::format("no mapping file applies to AE title {}", printable(choice.aeTitle));
 }
 
 } // namespace kxtool

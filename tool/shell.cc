@@ -21,17 +21,18 @@
 namespace kxtool {
 namespace {
 
-constexpr std::string_view kHelp = "EXPRESSION      print what it comes to\n"
-                                   "TARGET=EXPR     apply a rule, as a line of a mapping file\n"
-                                   ":complete TEXT  what Tab offers behind TEXT\n"
-                                   ":diff           what the rules changed, and what they made wrong\n"
-                                   ":help           this\n"
-                                   ":quit           leave; so does the end of the input\n"
-                                   ":rules          the rules so far, fit for a mapping file\n"
-                                   ":save FILE      write the file with its changes, whole or not at all\n"
-                                   ":trace on|off   show every rule's value\n"
-                                   ":undo           take the last rule back\n"
-                                   ":vars           variables and custom fields";
+constexpr std::string_view kHelp =
+    "EXPRESSION      print what it comes to\n"
+    "TARGET=EXPR     apply a rule, as a line of a mapping file\n"
+    ":complete TEXT  what Tab offers behind TEXT\n"
+    ":diff           what the rules changed, and what they made wrong\n"
+    ":help           this\n"
+    ":quit           leave; so does the end of the input\n"
+    ":rules          the rules so far, fit for a mapping file\n"
+    ":save FILE      write the file with its changes, whole or not at all; replaces an older one\n"
+    ":trace on|off   show every rule's value\n"
+    ":undo           take the last rule back\n"
+    ":vars           variables and custom fields";
 
 struct ShellOptions {
     std::string file;

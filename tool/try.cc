@@ -42,6 +42,7 @@ public:
     {
         std::size_t lostCount = 0;
         files_ = readChosenRules(options.rules, lostCount);
+        if (files_.empty()) reportWarning(whyNoRules(options.rules));
         if (lostCount > 0) raise(kShortcoming);
     }
 

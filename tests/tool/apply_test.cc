@@ -136,8 +136,15 @@ TEST_F(ToolApply, droppedRulesAreReported)
     EXPECT_EQ(result.exitCode, 0);
     EXPECT_EQ(result.errors, "kxmap: warning: rules/CT1.map: 2 rules dropped, the first at line 4: "
                              "Invalid Dicom Tag:(0010,0020) \n");
-    EXPECT_EQ(run("apply --aet NEW --mappings rules -o out.dcm ct.dcm").errors,
-              "kxmap: warning: no mapping file applies to AE title NEW\n");
+}
+
+TEST_F(ToolApply, noMappingForTheTitle)
+{
+    dir.write("rules/OTHER.map", "(0010,0010)=x\n");
+    const ToolRun result = run("apply --aet NEW --mappings rules -o out.dcm ct.dcm");
+    EXPECT_EQ(result.exitCode, 2);
+    EXPECT_EQ(result.errors, "kxmap: no mapping file applies to AE title NEW\n");
+    EXPECT_FALSE(fs::exists(dir.path() / "out.dcm"));
 }
 
 TEST_F(ToolApply, messagesOfRulesAreToldWithTheFile)
