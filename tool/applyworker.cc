@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Results that are to be on the disk go there in batches: the disk then writes many files at once where it would wait
-// for each. Until its batch is complete, a file is the old one.
+// Results take their places in batches. Those that are to be on the disk wait for many others, so that it writes them
+// all at once; otherwise what a moment brings is one, since to wake the parent for each would take longer than a small
+// file does. Until its batch is complete, a file is the old one.
 #include "tool/applyworker.h"
 
 #include "tool/dicomfile.h"
@@ -21,7 +22,10 @@
 namespace kxtool {
 namespace {
 
-constexpr std::size_t kManyFiles = 4; // from which on a file system is synchronised faster than they are
+using Clock = std::chrono::steady_clock;
+
+constexpr std::chrono::milliseconds kMoment(20); // nobody sees the progress in smaller steps
+constexpr std::size_t kManyFiles = 4;            // from which on a file system is synchronised faster than they are
 constexpr std::uintmax_t kBatchBytes = 64U * 1024 * 1024; // large files wait for no others: their batch takes room
 
 // A file of a batch stays open until the disk has it.
@@ -66,12 +70,14 @@ void FileWorker::run()
 bool FileWorker::isBatchComplete() const
 {
     static const std::size_t most = batchFiles();
-    return !options_.isDurable || pending_.size() >= most || pendingBytes_ >= kBatchBytes;
+    if (pending_.size() >= most || pendingBytes_ >= kBatchBytes) return true;
+    return !options_.isDurable && Clock::now() - batchBegin_ >= kMoment;
 }
 
 void FileWorker::process(std::size_t number)
 {
     const FileTask& task = tasks_[number];
+    if (pending_.empty()) batchBegin_ = Clock::now();
     Pending& pending = pending_.emplace_back();
     pending.task = number;
     try {
@@ -82,12 +88,12 @@ void FileWorker::process(std::size_t number)
     } catch (const std::exception& error) { // exhausted memory
         return fail(pending, task.error.empty() ? FileError(task.input->file, error.what()).what() : task.error);
     }
-    pending.outcome.errors = queue_.takeErrors();
+    pending.outcome.errors += queue_.takeErrors();
 }
 
 void FileWorker::applyAndWrite(const FileTask& task, Pending& pending)
 {
-    const auto begin = std::chrono::steady_clock::now();
+    const auto begin = Clock::now();
     const std::filesystem::path& name = task.input->file;
     DicomFile file(name);
     MappingSession session;
@@ -95,7 +101,7 @@ void FileWorker::applyAndWrite(const FileTask& task, Pending& pending)
     setUserFields(options_.userFields, session.customFields);
     std::optional<Recording> recording;
     if (options_.needsRecording()) applySingly(task, session, recording.emplace());
-    else applyAtOnce(task, session);
+    else applyAtOnce(task, session, pending);
     if (options_.isDryRun) pending.outcome.output = changeLines(name, *recording, file.dataset());
     if (options_.printsUserFields) pending.outcome.output += userFieldLines(name, session.customFields);
     if (!options_.isDryRun) {
@@ -111,24 +117,25 @@ void FileWorker::applyAndWrite(const FileTask& task, Pending& pending)
     if (verbosity() != Verbosity::Quiet && !options_.isDryRun)
         reportNote(fmt::format("{} -> {}", printable(name.native()), printable(task.place.native())));
     if (!options_.reports) return;
-    const std::chrono::duration<double, std::milli> spent = std::chrono::steady_clock::now() - begin;
+    const std::chrono::duration<double, std::milli> spent = Clock::now() - begin;
     pending.outcome.report =
         jsonLine({name, task.place, options_.isDryRun ? "dry" : "done", {}, spent.count(), otherNames}, &*recording,
                  &file.dataset());
 }
 
-void FileWorker::applyAtOnce(const FileTask& task, MappingSession& session) const
+void FileWorker::applyAtOnce(const FileTask& task, MappingSession& session, Pending& pending)
 {
     // In debugging, the module's own lines show more, each message among them.
-    std::optional<MessageTap> tap;
+    std::optional<LogTap> tap;
     if (verbosity() != Verbosity::Debug) tap.emplace();
+    if (tap) pending.outcome.errors += queue_.takeErrors();
     std::string failure;
     try {
         rules_.asOne->apply(session);
     } catch (const std::logic_error& error) {
         failure = error.what();
     }
-    const std::vector<std::string> messages = tap ? tap->take() : std::vector<std::string>();
+    const std::vector<std::string> messages = tap ? tap->take(queue_.takeErrors()) : std::vector<std::string>();
     tap.reset();
     for (const std::string& message : messages)
         reportWarning(fmt::format("{}: {}", printable(task.input->file.native()), printable(message)));
@@ -157,12 +164,14 @@ void FileWorker::finish()
         for (const Pending& pending : pending_) {
             if (pending.replacement) queue_.prepare(pending.task, pending.outcome, pending.replacement->mark());
         }
+        queue_.flush();
         for (Pending& pending : pending_) putInPlace(pending);
         if (options_.isDurable) syncTargetFolders();
         for (const Pending& pending : pending_) {
             if (pending.replacement) queue_.confirm(pending.task);
             else queue_.deliver(pending.task, pending.outcome);
         }
+        queue_.flush();
     }
     pending_.clear();
     pendingBytes_ = 0;

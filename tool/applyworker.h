@@ -9,6 +9,7 @@
 #include "tool/rules.h"
 #include "tool/workers.h"
 
+#include <chrono>
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
@@ -66,7 +67,7 @@ private:
     bool isBatchComplete() const;
     void process(std::size_t task);
     void applyAndWrite(const FileTask& task, Pending& pending);
-    void applyAtOnce(const FileTask& task, MappingSession& session) const;
+    void applyAtOnce(const FileTask& task, MappingSession& session, Pending& pending);
     void applySingly(const FileTask& task, MappingSession& session, Recording& recording) const;
     void finish();
     void syncAll();
@@ -81,6 +82,7 @@ private:
     TaskQueue& queue_;
     std::vector<Pending> pending_;
     std::uintmax_t pendingBytes_ = 0;
+    std::chrono::steady_clock::time_point batchBegin_; // of the first in pending_
 };
 
 } // namespace kxtool

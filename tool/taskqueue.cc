@@ -14,19 +14,7 @@
 namespace kxtool {
 namespace {
 
-void writeFrame(int pipe, const Frame& frame, const Outcome& outcome)
-{
-    std::string bytes(reinterpret_cast<const char*>(&frame), sizeof frame);
-    bytes.append(outcome.errors).append(outcome.output).append(outcome.report);
-    for (std::size_t sent = 0; sent < bytes.size();) {
-        const ssize_t count = write(pipe, bytes.data() + sent, bytes.size() - sent);
-        if (count < 0 && errno == EINTR) continue;
-        if (count < 0) throw FileError("worker", systemReason(errno));
-        sent += static_cast<std::size_t>(count);
-    }
-}
-
-Frame frameOf(Frame::Kind kind, std::size_t task, const Outcome& outcome, std::uint64_t mark)
+void append(std::string& frames, Frame::Kind kind, std::size_t task, const Outcome& outcome, std::uint64_t mark = 0)
 {
     Frame frame = {};
     frame.task = task;
@@ -34,7 +22,8 @@ Frame frameOf(Frame::Kind kind, std::size_t task, const Outcome& outcome, std::u
     frame.kind = kind;
     frame.isGood = outcome.isGood;
     frame.sizes = {outcome.errors.size(), outcome.output.size(), outcome.report.size()};
-    return frame;
+    frames.append(reinterpret_cast<const char*>(&frame), sizeof frame);
+    frames.append(outcome.errors).append(outcome.output).append(outcome.report);
 }
 
 } // namespace
@@ -81,17 +70,28 @@ std::string TaskQueue::takeErrors()
 
 void TaskQueue::prepare(std::size_t task, const Outcome& outcome, std::uint64_t mark)
 {
-    writeFrame(pipe_, frameOf(Frame::Kind::Prepared, task, outcome, mark), outcome);
+    append(unsent_, Frame::Kind::Prepared, task, outcome, mark);
 }
 
 void TaskQueue::confirm(std::size_t task)
 {
-    writeFrame(pipe_, frameOf(Frame::Kind::Confirmed, task, {}, 0), {});
+    append(unsent_, Frame::Kind::Confirmed, task, {});
 }
 
 void TaskQueue::deliver(std::size_t task, const Outcome& outcome)
 {
-    writeFrame(pipe_, frameOf(Frame::Kind::Final, task, outcome, 0), outcome);
+    append(unsent_, Frame::Kind::Final, task, outcome);
+}
+
+void TaskQueue::flush()
+{
+    for (std::size_t sent = 0; sent < unsent_.size();) {
+        const ssize_t count = write(pipe_, unsent_.data() + sent, unsent_.size() - sent);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) throw FileError("worker", systemReason(errno));
+        sent += static_cast<std::size_t>(count);
+    }
+    unsent_.clear();
 }
 
 } // namespace kxtool

@@ -43,21 +43,25 @@ public:
     std::string takeErrors();
 
     /// Tells the parent what the outcome is as soon as something has come about that it can see for itself, whatever
-    /// becomes of this process; confirm() or deliver() follows.
-    /// @param mark by which the parent sees it. @throws FileError when it is gone.
+    /// becomes of this process; confirm() or deliver() follows. Like these, it waits for flush().
+    /// @param mark by which the parent sees it.
     void prepare(std::size_t task, const Outcome& outcome, std::uint64_t mark);
 
-    /// It has come about. @throws FileError when the parent is gone.
+    /// Tells the parent that it has come about.
     void confirm(std::size_t task);
 
-    /// Tells the parent. @throws FileError when it is gone.
+    /// Tells the parent.
     void deliver(std::size_t task, const Outcome& outcome);
+
+    /// Sends what the parent is to be told; it is woken once for all of it. @throws FileError when it is gone.
+    void flush();
 
 private:
     SharedTasks& shared_;
     unsigned worker_;
     int pipe_;
     int errors_;
+    std::string unsent_; // frames
 };
 
 /// Runs tasks, numbered from 0, in worker processes.
