@@ -47,7 +47,7 @@ void lookUp(benchmark::State& state)
 }
 
 BENCHMARK(load)->ArgName("rules")->Arg(10)->Arg(1000)->Arg(100000)->UseManualTime();
-BENCHMARK(loadLua)->ArgName("rules")->Arg(10)->Arg(1000);
+BENCHMARK(loadLua)->ArgName("rules")->Arg(10)->Arg(1000)->Arg(100000);
 BENCHMARK(loadFiles)->ArgName("files")->Arg(10000)->Unit(benchmark::kMillisecond);
 BENCHMARK(lookUp)->ArgName("titles")->Arg(1)->Arg(10000);
 
