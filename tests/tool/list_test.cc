@@ -11,24 +11,6 @@ using namespace kxtest;
 
 namespace {
 
-struct Case {
-    const char* arguments;
-    int exitCode;
-    std::vector<std::string> output; // each occurs in it
-    const char* errors;
-};
-
-void expectRuns(const TempDir& dir, const std::vector<Case>& cases)
-{
-    for (const Case& c : cases) {
-        const ToolRun run = runTool(dir.path(), c.arguments);
-        EXPECT_EQ(run.exitCode, c.exitCode) << c.arguments << "\n" << run.errors;
-        for (const std::string& text : c.output)
-            EXPECT_NE(run.output.find(text), std::string::npos) << text << "\n" << run.output;
-        EXPECT_NE(run.errors.find(c.errors), std::string::npos) << c.arguments << "\n" << run.errors;
-    }
-}
-
 TEST(ToolList, showsWhoIsServed)
 {
     const TempDir dir;

@@ -9,6 +9,7 @@
 #include <iterator>
 #include <string>
 #include <sys/wait.h>
+#include <vector>
 
 namespace kxtest {
 
@@ -39,6 +40,41 @@ inline ToolRun runTool(const std::filesystem::path& folder, const std::string& a
     std::filesystem::remove(output);
     std::filesystem::remove(errors);
     return run;
+}
+
+struct RunCase {
+    const char* arguments;
+    int exitCode;
+    std::vector<std::string> output; ///< each occurs in it
+    const char* errors;              ///< occurs in them
+};
+
+inline void expectRuns(const TempDir& dir, const std::vector<RunCase>& cases)
+{
+    for (const RunCase& c : cases) {
+        const ToolRun run = runTool(dir.path(), c.arguments);
+        EXPECT_EQ(run.exitCode, c.exitCode) << c.arguments << "\n" << run.errors;
+        for (const std::string& text : c.output)
+            EXPECT_NE(run.output.find(text), std::string::npos) << text << "\n" << run.output;
+        EXPECT_NE(run.errors.find(c.errors), std::string::npos) << c.arguments << "\n" << run.errors;
+    }
+}
+
+struct ExactRun {
+    std::string arguments;
+    int exitCode;
+    std::string output;
+    std::string errors;
+};
+
+inline void expectExactly(const TempDir& dir, const std::vector<ExactRun>& cases)
+{
+    for (const ExactRun& c : cases) {
+        const ToolRun run = runTool(dir.path(), c.arguments);
+        EXPECT_EQ(run.exitCode, c.exitCode) << c.arguments;
+        EXPECT_EQ(run.output, c.output) << c.arguments;
+        EXPECT_EQ(run.errors, c.errors) << c.arguments;
+    }
 }
 
 /// @return the path of one of pydicom's files.

@@ -26,40 +26,32 @@ protected:
 
 TEST_F(ToolShell, evalPrintsAValueOrSaysNull)
 {
-    struct Case {
-        const char* arguments;
-        int exitCode;
-        const char* output;
-        const char* errors;
-    };
-    constexpr Case kCases[] = {
-        {"'toUpper((0010,0010))' ct.dcm", 0, "COMPRESSEDSAMPLES^CT1\n", ""},
-        {"'(0010,0010)'", 1, "", "kxmap: NULL\n"},
-        {"'\"\"'", 0, "\n", ""},
-        {"'\"a\tb\"' --raw", 0, "a\tb\n", ""},
-        {"'\"a\tb\"'", 0, "a\\x09b\n", ""},
-        {"'(0028,0010)' ct.dcm", 0, "\n", "kxmap: note: the element holds \"128\", but rules see no text in its VR\n"},
-        {"'add((0010,0010),1)' ct.dcm", 1, "",
-         "kxmap: Coercion: Invalid parameter at function add: CompressedSamples^CT1\nkxmap: NULL\n"},
-        {"'concat(\"ü\",foo(1))'", 2, "",
-         "kxmap: there is no function \"foo\"\n  concat(\"ü\",foo(1))\n             ^^^\n"},
-        {"'a,b'", 2, "",
-         "kxmap: the right side falls into 2 parts at its commas\n  a,b\n  ^^^\n"
-         "  note: quote a text that holds commas; three parts are text, separator and field number\n"},
-        {"''", 2, "", "kxmap: there is no expression\n  note: \"\" is the empty text, NULL() the absent value\n"},
-        {"'(0010,0010)=x'", 0, "(0010,0010)=x\n",
-         "kxmap: note: this is a rule, not an expression; its right side alone is x\n"},
-        {"NULL", 0, "NULL\n",
-         "kxmap: note: without brackets this is the text \"NULL\"; NULL() is the absent value; put the text in quotes "
-         "where it is meant\n"},
-        {"'1' nope.dcm", 2, "", "kxmap: nope.dcm: No such file or directory\n"},
-    };
-    for (const Case& c : kCases) {
-        const ToolRun run = runTool(dir.path(), std::string("eval ") + c.arguments);
-        EXPECT_EQ(run.exitCode, c.exitCode) << c.arguments;
-        EXPECT_EQ(run.output, c.output) << c.arguments;
-        EXPECT_EQ(run.errors, c.errors) << c.arguments;
-    }
+    expectExactly(dir,
+                  {
+                      {"eval 'toUpper((0010,0010))' ct.dcm", 0, "COMPRESSEDSAMPLES^CT1\n", ""},
+                      {"eval '(0010,0010)'", 1, "", "kxmap: NULL\n"},
+                      {"eval '\"\"'", 0, "\n", ""},
+                      {"eval '\"a\tb\"' --raw", 0, "a\tb\n", ""},
+                      {"eval '\"a\tb\"'", 0, "a\\x09b\n", ""},
+                      {"eval '(0028,0010)' ct.dcm", 0, "\n",
+                       "kxmap: note: the element holds \"128\", but rules see no text in its VR\n"},
+                      {"eval 'add((0010,0010),1)' ct.dcm", 1, "",
+                       "kxmap: Coercion: Invalid parameter at function add: CompressedSamples^CT1\nkxmap: NULL\n"},
+                      {"eval 'concat(\"ü\",foo(1))'", 2, "",
+                       "kxmap: there is no function \"foo\"\n  concat(\"ü\",foo(1))\n             ^^^\n"},
+                      {"eval 'a,b'", 2, "",
+                       "kxmap: the right side falls into 2 parts at its commas\n  a,b\n  ^^^\n"
+                       "  note: quote a text that holds commas; three parts are text, separator and field number\n"},
+                      {"eval ''", 2, "",
+                       "kxmap: there is no expression\n  note: \"\" is the empty text, NULL() the absent value\n"},
+                      {"eval '(0010,0010)=x'", 0, "(0010,0010)=x\n",
+                       "kxmap: note: this is a rule, not an expression; its right side alone is x\n"},
+                      {"eval NULL", 0, "NULL\n",
+                       "kxmap: note: without brackets this is the text \"NULL\"; NULL() is the absent value; put the "
+                       "text in quotes "
+                       "where it is meant\n"},
+                      {"eval '1' nope.dcm", 2, "", "kxmap: nope.dcm: No such file or directory\n"},
+                  });
 }
 
 TEST_F(ToolShell, rulesComeAndGo)
