@@ -15,6 +15,7 @@ constexpr RuleCase kResults[] = {
     {"sub(2,5)", "-3"},
     {R"(add("  12",0))", "12"}, // numbers are what "%d" takes
     {"add(12abc,2.9)", "14"},
+    {"add(1:,0)", "1"},
     {"add(+7,-0)", "7"},
     {"add(007,1)", "8"},
     {"add(0x10,0)", "0"},

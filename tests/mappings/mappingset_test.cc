@@ -165,6 +165,21 @@ TEST(MappingSet, withoutADirectory)
     }
 }
 
+TEST(MappingSet, pathsOf1023BytesAreTheLongest)
+{
+    for (const std::size_t size : {1023U, 1024U}) {
+        const TempDir folder;
+        std::string variable = folder.path().string();
+        const std::string file = "/mappings/A.map";
+        while (variable.size() + file.size() < size)
+            variable += '/' + std::string(std::min<std::size_t>(size - variable.size() - file.size() - 1, 200), 'd');
+        folder.write(std::filesystem::path(variable + file).lexically_relative(folder.path()), "$(a)=b\n");
+        ASSERT_EQ((variable + file).size(), size);
+        const DicomVar dicomVar(variable.c_str());
+        EXPECT_EQ(MappingSet().mappings.size(), size == 1023 ? 1U : 0U);
+    }
+}
+
 TEST(MappingSet, applying)
 {
     const ServerFolder server({"notes.txt"});
