@@ -61,7 +61,7 @@ constexpr const char* kFooter =
     "  kxmap apply --aet CT1 --mappings new/mappings --dry-run image.dcm\n"
     "  kxmap apply --single fix.map --set-user ward=7B --print-user -o out.dcm in.dcm\n"
     "  find archive -name '*.dcm' -print0 | kxmap apply --aet CT1 -j 0 --fsync --in-place --from-file -\n\n"
-    "Exit codes: 0 all files done, 1 some failed, 2 usage error or no rules.";
+    "Exit codes: 0 all files done, 1 some failed or rules are dropped, 2 usage error or no rules.";
 
 void requireInputsAndOutput(const ApplyOptions& options)
 {

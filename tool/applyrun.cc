@@ -36,8 +36,7 @@ class Run {
 public:
     explicit Run(const ApplyOptions& options) : options_(options)
     {
-        std::size_t lost = 0; // said already
-        ruleFiles_ = readChosenRules(options.rules, lost);
+        ruleFiles_ = readChosenRules(options.rules, droppedLines_);
         if (ruleFiles_.empty()) throw std::runtime_error(whyNoRules(options.rules));
         for (const RuleFile& file : ruleFiles_) rulesInOrder_.push_back(&file);
         if (!options.files.needsRecording()) rules_.emplace(options.rules);
@@ -214,13 +213,14 @@ private:
         const std::size_t failed = failures_ + pool.failed();
         if (verbosity() != Verbosity::Quiet)
             say(fmt::format("kxmap: {} failed, {} files found\n", failed, inputs_.size()));
-        return failed == 0 ? kAllGood : kShortcoming;
+        return failed == 0 && droppedLines_ == 0 ? kAllGood : kShortcoming;
     }
 
     const ApplyOptions& options_;
     std::optional<Rules> rules_; // none when they are applied one by one
     std::vector<RuleFile> ruleFiles_;
     RulesInOrder rulesInOrder_;
+    std::size_t droppedLines_ = 0; // of the mapping files; said already
     std::vector<Input> inputs_;
     std::vector<FileTask> tasks_;
     std::size_t failures_ = 0;            // of inputs that could not be read

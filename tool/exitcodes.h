@@ -5,7 +5,7 @@
 namespace kxtool {
 
 constexpr int kAllGood = 0;     ///< everything asked for was done, nothing was found
-constexpr int kShortcoming = 1; ///< apply: some files failed; check: a mapping file has faults
+constexpr int kShortcoming = 1; ///< some files failed, or a mapping file has faults
 constexpr int kUnusable = 2;    ///< a usage error, or what the command needs could not be read
 
 } // namespace kxtool
