@@ -148,6 +148,13 @@ TEST_F(Cursor, stepsOverWhatWasNeverEvaluated)
     ASSERT_NE(value, nullptr);
     EXPECT_EQ(args.GetAt(), value);
     EXPECT_EQ(evaluations, 1);
+
+    SArgs others(session, params);
+    Value* one = others.GetAt();
+    others.Next();
+    others.Next();
+    EXPECT_NE(others.GetAt(), one);
+    EXPECT_EQ(evaluations, 3);
 }
 
 TEST_F(Cursor, keptValueOutlivesCursor)

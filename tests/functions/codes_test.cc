@@ -11,6 +11,8 @@ using namespace kxtest;
 using testing::ElementsAre;
 using testing::IsEmpty;
 
+const unsigned int kSeedAtStart = gseed; // constants come first, so no test has drawn yet
+
 constexpr RuleCase kCodenumber[] = {
     {"codenumber(0)", "01"}, // the leading zero is kept
     {"codenumber(1)", "4"},
@@ -98,6 +100,7 @@ TEST(Codes, rndWithSeedIsStable)
         {"rnd(2147483647,Doe^Jane)", "917002665"},
         {R"(rnd(" 10x",abc))", "3"},
     };
+    EXPECT_EQ(kSeedAtStart, 0U);
     gseed = 0;
     for (int round = 0; round < 2; ++round) expectRules(cases);
     EXPECT_TRUE(

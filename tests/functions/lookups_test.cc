@@ -19,6 +19,8 @@ constexpr RuleCase kTags[] = {
     {"(NULL(),0010)", nullptr},
     {"(0010,NULL())", nullptr},
     {"(concat(00,10),substr(x0010,1))", "Doe^Jane"},
+    {"toUpper((concat(00,10),0010))", "DOE^JANE"},
+    {"concat((0010),x)", "0010x"}, // in brackets, and no tag
     {"(NULL())", nullptr},
     {R"((""))", ""},
 };
@@ -50,6 +52,7 @@ constexpr RuleCase kStores[] = {
 TEST(Lookups, readDatasetAndStores)
 {
     const auto dataset = sampleDataset();
+    ASSERT_TRUE(dataset->putAndInsertUint32(DcmTagKey(0x0010, 0x0000), 64).good()); // what "zz" must not be read as
     MappingSession session;
     session.dataset = dataset.get();
     session.variables = {{"x", "5"}, {"xy", "6"}, {"@g", "never read"}};

@@ -243,6 +243,12 @@ TEST(MappingSet, titlesAreFoundAmongManyAndInAChangedList)
     };
     EXPECT_EQ(applied(replace(std::next(set.mappings.begin()), "USER(from)=exchanged")), "exchanged");
 
+    const auto third = std::next(set.mappings.begin(), 2);
+    const std::string before = (*third)->name;
+    delete *third;
+    *third = new Mapping("USER(from)=another", "E"); // which the length and both ends do not tell
+    EXPECT_NE(applied(before), "another");
+
     const std::string front = set.mappings.front()->name; // one goes, another comes: the length stays
     delete set.mappings.front();
     set.mappings.pop_front();

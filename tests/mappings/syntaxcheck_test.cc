@@ -51,6 +51,7 @@ TEST(SyntaxCheck, verdicts)
         EXPECT_EQ(verdict(folder.write("x.map", c.bytes)), c.verdict);
         EXPECT_EQ(errorlogs, c.collected);
     }
+    EXPECT_EQ(verdict(folder.write("nul.map", std::string_view("\0note\n", 6))), "") << "skipped by its first byte";
 }
 
 TEST(SyntaxCheck, messageIsCutTo2047Bytes)
