@@ -101,6 +101,8 @@ void checkApplying(Mapping& mapping)
     MappingSession session = kxfuzz::sampleSession(dataset.get());
     if (!kxfuzz::applyStepwise(mapping, session)) return;
     const Outcome stepwise = outcomeOf(session);
+    // DCMTK makes this length right once it has read the pixel data, not when a rule has made them.
+    std::unique_ptr<DcmElement>(dataset->remove(DcmTagKey(0x7FE0, 0x0000))).reset();
     kxfuzz::requireReadsBack(*dataset, EXS_LittleEndianExplicit);
 
     const std::unique_ptr<DcmDataset> other = kxfuzz::sampleCopy();
