@@ -129,6 +129,35 @@ TEST(Memory, applying)
     starve(maker<Applying>([rules](MappingSession& session) { rules->apply(session); }));
 }
 
+// DCMTK reads a number before it lets go of the old one: only where there is no room for the new one is the element empty.
+TEST(Memory, numbersStayUntilDcmtkLetsGo)
+{
+    Mapping rule("(0028,0010)=8", "rule");
+    const DcmTagKey rows(0x0028, 0x0010);
+    long kept = 0;
+    long emptied = 0;
+    for (long failing = 1;; ++failing) {
+        DcmDataset dataset;
+        ASSERT_TRUE(dataset.putAndInsertUint16(rows, 7).good());
+        MappingSession session;
+        session.dataset = &dataset;
+        bool isExhausted = false;
+        try {
+            const heap::Shortage shortage(failing, false);
+            rule.apply(session);
+        } catch (const std::bad_alloc&) {
+            isExhausted = true;
+        }
+        if (!isExhausted) break;
+        Uint16 value = 0;
+        const bool hasValue = dataset.findAndGetUint16(rows, value).good();
+        EXPECT_TRUE(!hasValue || value == 7) << failing;
+        ++(hasValue ? kept : emptied);
+    }
+    EXPECT_GE(kept, 2);
+    EXPECT_EQ(emptied, 1);
+}
+
 // DCMTK then asks for memory after it has inserted an element, too.
 TEST(Memory, applyingWhileAllIsLogged)
 {

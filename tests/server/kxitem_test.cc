@@ -98,6 +98,16 @@ TEST(KXItem, foreignElementsAreRefused)
     EXPECT_EQ(item.card(), 0u);
 }
 
+TEST(KXItem, saysThatTheBlockIsAnothers)
+{
+    DcmItem item;
+    ASSERT_TRUE(item.putAndInsertString(DcmTag(kCreatorKey, EVR_LO), "OTHER").good());
+    const auto element = made(kPatientID);
+    const OFCondition refused = KXItem(item).insertKX(element.get(), false, false);
+    EXPECT_EQ(refused.code(), 1);
+    EXPECT_STREQ(refused.text(), "Private block reserved by another creator");
+}
+
 TEST(KXItem, onlyOurCreatorIsOurs)
 {
     const std::vector<std::pair<const char*, bool>> cases = {{"KXDCM COERCION 1.0", true},
