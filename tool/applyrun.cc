@@ -8,6 +8,7 @@
 #include "tool/interruption.h"
 #include "tool/output.h"
 #include "tool/progress.h"
+#include "tool/reach.h"
 #include "tool/report.h"
 #include "tool/reportfile.h"
 #include "tool/ruleoptions.h"
@@ -39,6 +40,7 @@ public:
         ruleFiles_ = readChosenRules(options.rules, droppedLines_);
         if (ruleFiles_.empty()) throw std::runtime_error(whyNoRules(options.rules));
         for (const RuleFile& file : ruleFiles_) rulesInOrder_.push_back(&file);
+        extent_ = extentOf(rulesInOrder_);
         if (!options.files.needsRecording()) rules_.emplace(options.rules);
     }
 
@@ -134,7 +136,7 @@ private:
     {
         return {
             [this](TaskQueue& queue) {
-                const LoadedRules rules{rules_ ? &*rules_ : nullptr, rulesInOrder_};
+                const LoadedRules rules{rules_ ? &*rules_ : nullptr, rulesInOrder_, extent_};
                 FileWorker(options_.files, rules, tasks_, queue).run();
             },
             [this](std::size_t task, std::uint64_t mark) { return Replacement::hasReplaced(tasks_[task].place, mark); },
@@ -220,6 +222,7 @@ private:
     std::optional<Rules> rules_; // none when they are applied one by one
     std::vector<RuleFile> ruleFiles_;
     RulesInOrder rulesInOrder_;
+    DicomFile::Extent extent_ = DicomFile::Extent::Whole;
     std::size_t droppedLines_ = 0; // of the mapping files; said already
     std::vector<Input> inputs_;
     std::vector<FileTask> tasks_;

@@ -9,6 +9,7 @@
 #include "tool/output.h"
 #include "tool/report.h"
 #include "tool/ruleoptions.h"
+#include "tool/sink.h"
 
 #include <fmt/format.h>
 
@@ -28,14 +29,15 @@ constexpr std::chrono::milliseconds kMoment(20); // nobody sees the progress in 
 constexpr std::size_t kManyFiles = 4;            // from which on a file system is synchronised faster than they are
 constexpr std::uintmax_t kBatchBytes = 64U * 1024 * 1024; // large files wait for no others: their batch takes room
 
-// A file of a batch stays open until the disk has it.
+// A file of a batch stays open until it is in its place, and so does what it was made from.
 std::size_t batchFiles()
 {
     constexpr rlim_t kOtherDescriptors = 16;
+    constexpr rlim_t kDescriptorsEach = 2; // the input's and the result's
     rlimit limit = {};
-    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return kMaxReplacements;
-    const rlim_t room = limit.rlim_cur > kOtherDescriptors ? limit.rlim_cur - kOtherDescriptors : 1;
-    return std::min<std::size_t>(room, kMaxReplacements);
+    if (getrlimit(RLIMIT_NOFILE, &limit) != 0 || limit.rlim_cur == RLIM_INFINITY) return kMaxTemporaries;
+    const rlim_t room = limit.rlim_cur > kOtherDescriptors ? limit.rlim_cur - kOtherDescriptors : 0;
+    return std::clamp<std::size_t>(room / kDescriptorsEach, 1, kMaxTemporaries);
 }
 
 std::string userFieldLines(const std::filesystem::path& file, const KXCustomFields& fields)
@@ -95,32 +97,45 @@ void FileWorker::applyAndWrite(const FileTask& task, Pending& pending)
 {
     const auto begin = Clock::now();
     const std::filesystem::path& name = task.input->file;
-    DicomFile file(name);
+    DicomFile file(name, rules_.extent);
     MappingSession session;
     session.dataset = &file.dataset();
     setUserFields(options_.userFields, session.customFields);
     std::optional<Recording> recording;
     if (options_.needsRecording()) applySingly(task, session, recording.emplace());
     else applyAtOnce(task, session, pending);
+    for (const DcmTagKey& tag : file.settle())
+        reportWarning(fmt::format("{}: {} is no part of a dataset and is left out", printable(name.native()),
+                                  tag.toString().c_str()));
     if (options_.isDryRun) pending.outcome.output = changeLines(name, *recording, file.dataset());
     if (options_.printsUserFields) pending.outcome.output += userFieldLines(name, session.customFields);
-    if (!options_.isDryRun) {
-        pending.replacement = std::make_unique<Replacement>(task.place, name);
-        file.writeTo(*pending.replacement);
-        pendingBytes_ += pending.replacement->size();
-        if (options_.isDurable) pending.replacement->beginSync(); // while the next ones are worked on
-    }
+    write(task, file, pending);
     const std::uintmax_t otherNames = pending.replacement ? pending.replacement->otherNames() : 0;
     if (otherNames > 0)
         reportWarning(fmt::format("{}: has {} more {} (hard links); the old content stays there",
                                   printable(task.place.native()), otherNames, otherNames == 1 ? "name" : "names"));
     if (verbosity() != Verbosity::Quiet && !options_.isDryRun)
         reportNote(fmt::format("{} -> {}", printable(name.native()), printable(task.place.native())));
-    if (!options_.reports) return;
     const std::chrono::duration<double, std::milli> spent = Clock::now() - begin;
-    pending.outcome.report =
-        jsonLine({name, task.place, options_.isDryRun ? "dry" : "done", {}, spent.count(), otherNames}, &*recording,
-                 &file.dataset());
+    if (options_.reports)
+        pending.outcome.report =
+            jsonLine({name, task.place, options_.isDryRun ? "dry" : "done", {}, spent.count(), otherNames}, &*recording,
+                     &file.dataset());
+    pending.input = std::move(file).takeInput();
+}
+
+void FileWorker::write(const FileTask& task, DicomFile& file, Pending& pending)
+{
+    if (options_.isDryRun) {
+        CountingSink sink(task.place);
+        return file.writeTo(sink);
+    }
+    pending.replacement = std::make_unique<Replacement>(task.place, task.input->file);
+    file.writeTo(*pending.replacement);
+    pendingBytes_ += pending.replacement->size();
+    if (options_.isDurable) pending.replacement->beginSync(); // while the next ones are worked on
+    if (const std::vector<std::string>& lost = pending.replacement->lost(); !lost.empty())
+        reportWarning(fmt::format("{}: cannot keep its {}", printable(task.place.native()), fmt::join(lost, ", ")));
 }
 
 void FileWorker::applyAtOnce(const FileTask& task, MappingSession& session, Pending& pending)
@@ -159,6 +174,7 @@ void FileWorker::applySingly(const FileTask& task, MappingSession& session, Reco
 void FileWorker::finish()
 {
     if (options_.isDurable) syncAll();
+    requireInputsUnchanged();
     {
         const SignalsHeld held; // what is in its place is also told
         for (const Pending& pending : pending_) {
@@ -186,6 +202,19 @@ void FileWorker::syncAll()
         } catch (const FileError& error) {
             fail(pending, error.what());
         }
+    }
+}
+
+// All of them before the first result takes its place: an input may be another name of one that is replaced.
+void FileWorker::requireInputsUnchanged()
+{
+    for (Pending& pending : pending_) {
+        try {
+            if (pending.input) pending.input->requireUnchanged();
+        } catch (const FileError& error) {
+            fail(pending, error.what());
+        }
+        pending.input.reset();
     }
 }
 
@@ -231,6 +260,7 @@ void FileWorker::fail(Pending& pending, const std::string& error)
     const FileTask& task = tasks_[pending.task];
     reportError(error);
     pending.replacement.reset();
+    pending.input.reset();
     pending.outcome.isGood = false;
     pending.outcome.output.clear();
     pending.outcome.errors += queue_.takeErrors();

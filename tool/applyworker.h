@@ -2,6 +2,7 @@
 // What "kxmap apply" does to each file, in a process of its own.
 #pragma once
 
+#include "tool/dicomfile.h"
 #include "tool/inputs.h"
 #include "tool/originalattributes.h"
 #include "tool/recorder.h"
@@ -14,6 +15,7 @@
 #include <cstdint>
 #include <filesystem>
 #include <memory>
+#include <optional>
 #include <string>
 #include <vector>
 
@@ -44,6 +46,7 @@ struct FileTask {
 struct LoadedRules {
     const Rules* asOne; ///< null when they are applied one by one
     const RulesInOrder& single;
+    DicomFile::Extent extent; ///< what of a file they reach
 };
 
 /// A worker's part of a run.
@@ -61,16 +64,19 @@ private:
     struct Pending {
         std::size_t task = 0;
         Outcome outcome;
+        std::optional<InputFile> input;           // what it was made from, still open
         std::unique_ptr<Replacement> replacement; // null for a dry run, and after a failure
     };
 
     bool isBatchComplete() const;
     void process(std::size_t task);
     void applyAndWrite(const FileTask& task, Pending& pending);
+    void write(const FileTask& task, DicomFile& file, Pending& pending);
     void applyAtOnce(const FileTask& task, MappingSession& session, Pending& pending);
     void applySingly(const FileTask& task, MappingSession& session, Recording& recording) const;
     void finish();
     void syncAll();
+    void requireInputsUnchanged();
     bool areFileSystemsSynced();
     void putInPlace(Pending& pending);
     void syncTargetFolders();

@@ -2,48 +2,80 @@
 // One DICOM file: reading it, and writing it back with as little changed as DCMTK allows.
 #pragma once
 
+#include "tool/inputfile.h"
+
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/dcmdata/dcfilefo.h>
 
 #include <array>
 #include <filesystem>
+#include <optional>
 #include <string>
+#include <utility>
+#include <vector>
 
 namespace kxtool {
 
-class Replacement;
+class Sink;
 
-/// A file in memory, but for the large values of large files: those stay on disk until someone asks for them, and are
-/// copied through when the file is saved. The file must therefore stay as it is while this object lives. A file without
-/// the file meta information (a bare dataset) is kept as one.
+/// The group in which pixel data stand. What no rule reaches from there on is neither loaded nor decoded: its bytes are
+/// copied as they are.
+constexpr Uint16 kPixelDataGroup = 0x7fe0;
+
+/// One file, opened once: everything is read, and copied, through that one descriptor. A file without the file meta
+/// information (a bare dataset) is kept as one.
 class DicomFile {
 public:
-    /// @throws FileError for what cannot be read, is no DICOM file, is cut short, or is a DICOMDIR.
-    explicit DicomFile(const std::filesystem::path& file);
+    /// How much of the file the rules reach.
+    enum class Extent {
+        Whole,  ///< everything is loaded
+        Header, ///< what lies before kPixelDataGroup is; the rest is looked at only for being sound
+    };
+
+    /// Warns of a file that seems to have lost its end.
+    /// @throws FileError for what cannot be read, is no DICOM file, is cut short, is a DICOMDIR, or takes more memory than
+    ///         it is given (kMaxBytesInMemory).
+    explicit DicomFile(const std::filesystem::path& file, Extent extent = Extent::Whole);
     DicomFile(const DicomFile&) = delete;
     DicomFile& operator=(const DicomFile&) = delete;
 
-    /// @return the dataset, this object's.
-    DcmDataset& dataset() { return *format_.getDataset(); }
+    /// @return the dataset, this object's: without what was left in the file for Extent::Header, as far as possible.
+    DcmDataset& dataset() { return *format_->getDataset(); }
 
-    /// Writes the file in its own transfer syntax. Its file meta information is kept, but for the SOP Class and SOP
-    /// Instance UID of a dataset in which those were changed.
-    /// @param replacement of a file, which may be the one that was read; the caller's to commit.
-    /// @throws FileError for what is not written; the replacement is then of no use.
-    void writeTo(Replacement& replacement);
+    /// Does to the dataset, after the rules, what saving it takes: groups that are no part of a dataset go, group lengths
+    /// that are there are computed anew, and the file meta information follows a changed SOP Class or Instance UID.
+    /// Nothing is left to do the second time.
+    /// @return the elements that went. @throws FileError
+    std::vector<DcmTagKey> settle();
+
+    /// Settles the dataset, and writes the file in its own transfer syntax. Its file meta information is kept, but for the
+    /// SOP Class and SOP Instance UID of a dataset in which those were changed.
+    /// @throws FileError for what is not written; what the sink holds is then of no use.
+    void writeTo(Sink& sink);
+
+    /// Ends the work on the dataset. @return the open file, to be asked whether it is unchanged.
+    InputFile takeInput() && { return std::move(input_); }
 
 private:
     enum class Framing { FileFormat, BareDataset };
 
-    OFCondition load();
+    void load(Extent extent);
+    bool loadHeader();
+    bool isTailSound(std::uintmax_t begin, E_TransferSyntax syntax) const;
+    OFCondition loadWhole();
+    bool isDoubtful();
+    void requireLoaded(const OFCondition& loaded);
     void updateMetaInformation();
-    void dropForeignGroups();
-    OFCondition writeTo(DcmOutputStream& output);
+    std::vector<DcmTagKey> dropForeignGroups();
+    std::optional<std::uintmax_t> expectedBytes();
+    OFCondition writeHeader(DcmOutputStream& output);
+    void copyTail(Sink& sink);
 
-    std::filesystem::path file_;
-    DcmFileFormat format_;
+    InputFile input_;
+    std::optional<DcmFileFormat> format_;
     Framing framing_ = Framing::FileFormat;
     E_EncodingType lengthEncoding_ = EET_ExplicitLength;
+    std::uintmax_t tailBegin_; // where what was not loaded begins; the file's end when there is none
     /// A UID that stands in the dataset and in the file meta information.
     struct TwinUid {
         DcmTagKey tag;

@@ -86,6 +86,7 @@ int Interruption::write(int descriptor, std::string_view bytes)
 void Interruption::endBySignal(int signalNumber)
 {
     std::signal(signalNumber, SIG_DFL);
+    keepNoCore();
     sigset_t one;
     sigemptyset(&one);
     sigaddset(&one, signalNumber);

@@ -3,47 +3,40 @@
 // whole new one.
 #pragma once
 
-#include <sys/stat.h>
+#include "tool/belongings.h"
+#include "tool/sink.h"
+#include "tool/temporaries.h"
+
 #include <sys/types.h>
 
 #include <cstddef>
 #include <cstdint>
 #include <filesystem>
 #include <set>
-#include <string_view>
+#include <string>
+#include <vector>
 
 namespace kxtool {
 
-/// How the names of temporary files begin; a walk through folders passes over what a killed run has left of them.
-constexpr std::string_view kTemporaryPrefix = ".kxmap-";
-
-/// Removes what a process that has ended, forked from this one, has left of replacements of these targets.
-void removeTemporariesOf(pid_t process, const std::set<std::filesystem::path>& targets);
-
-/// How many replacements may be under way at once in a process.
-constexpr std::size_t kMaxReplacements = 64;
-
 /// The content to be of one file, written to a temporary file beside it. It takes the target's place by commit(); until
-/// then, and for good when commit() is never called, the target is as it was. The temporary file goes with this object
-/// and when SIGINT, SIGTERM or SIGHUP ends the process.
-class Replacement {
+/// then, and for good when commit() is never called, the target is as it was.
+class Replacement : public Sink {
 public:
-    /// Creates the temporary file. An existing target lends its owner, group and permissions; where the system does not
-    /// allow the group, others lose what they had beyond it and the group what it had beyond others, so that nobody gains
-    /// access. Where the target is a symbolic link, the file that it names is replaced.
+    /// Creates the temporary file. An existing target lends its owner, permissions, access control list and extended
+    /// attributes. Where the target is a symbolic link, the file that it names is replaced.
     /// @throws FileError when it cannot be created, or the target is there and no writable regular file.
     /// @param source the file that the content comes from: it lends a new target its permissions, less the umask.
     explicit Replacement(const std::filesystem::path& target, const std::filesystem::path& source = {});
-    ~Replacement();
-    Replacement(const Replacement&) = delete;
-    Replacement& operator=(const Replacement&) = delete;
 
-    /// Adds to the content.
-    /// @return 0, or the system's error number; the content is then of no use.
-    int write(const void* bytes, std::size_t count);
+    int write(const void* bytes, std::size_t count) override;
+    int copy(int source, off_t begin, std::uintmax_t count) override;
+    std::uintmax_t size() const override { return size_; }
 
-    /// @return how many bytes were written.
-    std::uintmax_t size() const { return size_; }
+    /// @return the file that is replaced, links resolved.
+    const std::filesystem::path& target() const override { return target_; }
+
+    /// @return what of the target's belongings the new file cannot have, in words.
+    const std::vector<std::string>& lost() const { return lost_; }
 
     /// @return how many other names (hard links) the target has: those keep the old content.
     std::uintmax_t otherNames() const { return otherNames_; }
@@ -68,26 +61,23 @@ public:
     /// @return the file system of the content.
     dev_t device() const;
 
-    /// Puts the temporary file in the target's place.
+    /// Puts the temporary file in the target's place, and only now opens it to those who may read the target.
     /// @throws FileError, and the target is as it was.
     void commit();
-
-    /// @return the file that is replaced, links resolved.
-    const std::filesystem::path& target() const { return target_; }
 
     /// @return the folder of the target, links resolved: to be synchronised after commit(), for the name to last.
     std::filesystem::path folder() const;
 
 private:
-    void createTemporary();
-    void adoptAttributes(const struct stat& target);
+    Belongings belongingsOf(const std::filesystem::path& source);
+    int reasonOfClosing() const;
 
-    std::filesystem::path target_;    // links resolved
-    std::filesystem::path temporary_; // empty once it is gone
-    std::size_t slot_ = 0;            // among those that the signal handler knows
-    std::uintmax_t size_ = 0;
+    std::filesystem::path target_; // links resolved
     std::uintmax_t otherNames_ = 0;
-    int descriptor_ = -1;
+    Belongings belongings_;
+    Temporary temporary_;
+    std::vector<std::string> lost_;
+    std::uintmax_t size_ = 0;
 };
 
 /// Waits until the names in folders are on the disk. @throws FileError

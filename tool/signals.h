@@ -2,6 +2,8 @@
 // The signals that ask a program to end, and how to put them off.
 #pragma once
 
+#include <sys/resource.h>
+
 #include <array>
 #include <csignal>
 
@@ -10,7 +12,7 @@ namespace kxtool {
 /// Asks a worker to end. A signal of our own: workers inherit what their parent was told to ignore, this one they heed.
 constexpr int kEndWorker = SIGUSR1;
 
-constexpr std::array kEndingSignals = {SIGINT, SIGTERM, SIGHUP, kEndWorker};
+constexpr std::array kEndingSignals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, kEndWorker};
 
 /// @return those of the ending signals that this process was not told to ignore when it began, as "nohup" does.
 inline sigset_t& heededSignals()
@@ -26,6 +28,13 @@ inline sigset_t& heededSignals()
         return signals;
     }();
     return heeded;
+}
+
+/// SIGQUIT leaves an image of the process's memory behind, patients' data among it: not from now on.
+inline void keepNoCore()
+{
+    constexpr rlimit none = {0, 0};
+    setrlimit(RLIMIT_CORE, &none);
 }
 
 /// For a new worker, which has them held back: from now on they end it, and kEndWorker does in any case.

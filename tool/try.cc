@@ -5,6 +5,7 @@
 #include "tool/exitcodes.h"
 #include "tool/inputs.h"
 #include "tool/output.h"
+#include "tool/reach.h"
 #include "tool/recorder.h"
 #include "tool/ruleoptions.h"
 #include "tool/runreport.h"
@@ -67,12 +68,12 @@ private:
 
     void tryFile(const std::filesystem::path& path)
     {
-        DicomFile file(path);
+        RulesInOrder rules;
+        for (const RuleFile& one : files_) rules.push_back(&one);
+        DicomFile file(path, extentOf(rules));
         MappingSession session;
         session.dataset = &file.dataset();
         setUserFields(options_.userFields, session.customFields);
-        RulesInOrder rules;
-        for (const RuleFile& one : files_) rules.push_back(&one);
         Recording recording;
         recording.run(rules, session, true);
         const RunReport report(recording, file.dataset(), wanted_);

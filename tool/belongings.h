@@ -1,0 +1,55 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// What belongs to a file beside its content: owner, permissions, access control list, extended attributes.
+#pragma once
+
+#include <sys/stat.h>
+#include <sys/types.h>
+
+#include <filesystem>
+#include <memory>
+#include <string>
+#include <vector>
+
+struct __acl_ext;
+
+namespace kxtool {
+
+/// For a new file that is to take the place of another, or the place where none was. Set-user-ID bits and their kin are
+/// never among it.
+class Belongings {
+public:
+    /// Those of a file that is there.
+    /// @throws FileError when they cannot be read.
+    Belongings(const std::filesystem::path& file, const struct stat& status);
+
+    /// Those of a new file in a folder, as the system gives them: less the umask, or as the folder's default access
+    /// control list has it.
+    /// @param mode permissions that are wanted.
+    static Belongings ofNew(const std::filesystem::path& folder, mode_t mode);
+
+    /// Gives owner, group and extended attributes to a file that still nobody else may open.
+    /// @return what cannot be kept, in words; empty when all is.
+    std::vector<std::string> giveQuietly(int descriptor, const std::filesystem::path& file);
+
+    /// Opens the file to those who may have it. Where its group could not be kept, others lose what they had beyond it and
+    /// the group what it had beyond others, so that nobody gains access.
+    /// @return 0, or the system's error number; it is then open to its owner at most.
+    int openUp(int descriptor) const;
+
+private:
+    struct FreeAcl {
+        void operator()(__acl_ext* list) const;
+    };
+    using Acl = std::unique_ptr<__acl_ext, FreeAcl>;
+
+    Belongings() = default;
+    void giveOwner(int descriptor, std::vector<std::string>& lost);
+
+    bool isOfOld_ = false;
+    std::filesystem::path source_;
+    struct stat status_ = {};
+    mode_t mode_ = 0;
+    Acl acl_; // null where permissions say it all
+};
+
+} // namespace kxtool
