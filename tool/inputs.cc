@@ -11,6 +11,7 @@
 #include <fstream>
 #include <iostream>
 #include <iterator>
+#include <sys/stat.h>
 
 namespace kxtool {
 namespace {
@@ -145,35 +146,59 @@ OutputPlan::OutputPlan(const std::filesystem::path& output, bool needsFolder, co
     isFolder_ = !output.empty() && (needsFolder || endsInSlash(output) || fs::is_directory(output, failure));
     if (isFolder_ && fs::exists(output, failure) && !fs::is_directory(output, failure))
         throw FileError(output, "not a folder, which several results need");
-    canonical_.reserve(inputs.size());
-    for (std::size_t index = 0; index < inputs.size(); ++index) {
-        canonical_.push_back(canonicalName(inputs[index].file, inputs[index].isLink));
-        owners_.emplace(canonical_.back(), Owner{index, false});
+    keys_.reserve(inputs.size());
+    for (const Input& input : inputs) {
+        keys_.push_back(keyOf(input.file));
+        sources_.emplace(keys_.back(), keys_.size() - 1);
+    }
+    placements_.reserve(inputs.size());
+    for (std::size_t index = 0; index < inputs.size(); ++index) placements_.push_back(placementOf(index));
+    refuseReadersOfResults();
+}
+
+OutputPlan::Placement OutputPlan::placementOf(std::size_t index)
+{
+    const Input& input = inputs_[index];
+    Placement placement{output_.empty() ? input.file : isFolder_ ? output_ / input.relative : output_, {}, {}, false};
+    placement.key = output_.empty() ? keys_[index] : keyOf(placement.place);
+    const auto overwrites = [&](const char* whose, std::size_t other) {
+        placement.error =
+            fmt::format("its result would overwrite {}{}", whose, printable(inputs_[other].file.native()));
+    };
+    if (const auto source = sources_.find(placement.key); source != sources_.end() && keys_[index] != placement.key) {
+        overwrites("", source->second);
+        return placement;
+    }
+    const auto [claim, isNew] = claims_.emplace(placement.key, index);
+    placement.isRepeated = !isNew && keys_[claim->second] == keys_[index];
+    if (!isNew && !placement.isRepeated) overwrites("that of ", claim->second);
+    return placement;
+}
+
+void OutputPlan::refuseReadersOfResults() const
+{
+    for (std::size_t index = 0; index < inputs_.size(); ++index) {
+        const Placement& placement = placements_[index];
+        if (!placement.error.empty() || placement.key == keys_[index] || !claims_.contains(keys_[index])) continue;
+        throw FileError(inputs_[index].file,
+                        fmt::format("named for its own place and for {}: nothing is written, since the rules might be "
+                                    "applied to it twice",
+                                    printable(placement.place.native())));
     }
 }
 
-std::optional<std::filesystem::path> OutputPlan::placeOf(std::size_t index)
+std::optional<std::filesystem::path> OutputPlan::placeOf(std::size_t index) const
 {
-    const Input& input = inputs_[index];
-    const fs::path place = output_.empty() ? input.file : isFolder_ ? output_ / input.relative : output_;
-    std::error_code failure;
-    const std::string name = output_.empty() ? canonical_[index] : canonicalName(place, fs::is_symlink(place, failure));
-    const auto [found, isNew] = owners_.emplace(name, Owner{index, true});
-    if (isNew) return place;
-    Owner& owner = found->second;
-    const bool isSame = canonical_[owner.input] == canonical_[index];
-    if (isSame && owner.hasWritten) return std::nullopt;
-    if (!isSame)
-        throw FileError(input.file, fmt::format("its result would overwrite {}{}", owner.hasWritten ? "that of " : "",
-                                                printable(inputs_[owner.input].file.native())));
-    owner.hasWritten = true;
-    return place;
+    const Placement& placement = placements_[index];
+    if (!placement.error.empty()) throw FileError(inputs_[index].file, placement.error);
+    if (placement.isRepeated) return std::nullopt;
+    return placement.place;
 }
 
 bool OutputPlan::isTaken(const std::filesystem::path& place)
 {
-    std::error_code failure;
-    return owners_.contains(canonicalName(place, fs::is_symlink(place, failure)));
+    const std::string key = keyOf(place);
+    return sources_.contains(key) || claims_.contains(key);
 }
 
 std::vector<std::filesystem::path> OutputPlan::makeFolders(const std::filesystem::path& place)
@@ -190,23 +215,31 @@ std::vector<std::filesystem::path> OutputPlan::makeFolders(const std::filesystem
     return made;
 }
 
-// The one name of a file, whichever way it was reached. What does not exist yet is taken as it is written.
-std::string OutputPlan::canonicalName(const std::filesystem::path& path, bool isLink)
+// What a name leads to: the file itself where it has no other entry in a folder, else the entry.
+std::string OutputPlan::keyOf(const std::filesystem::path& path)
+{
+    struct stat status = {};
+    if (stat(path.c_str(), &status) == 0 && S_ISREG(status.st_mode) && status.st_nlink == 1)
+        return fmt::format("{}:{}", status.st_dev, status.st_ino);
+    return entryOf(path);
+}
+
+// An entry by its folder, whichever way that is reached; the folder by its own entry where it does not exist yet.
+std::string OutputPlan::entryOf(const std::filesystem::path& path)
 {
     std::error_code failure;
     const fs::path name = path.filename();
-    if (isLink || name.empty() || name == "." || name == "..") {
+    if (fs::is_symlink(path, failure) || name.empty() || name == "." || name == "..") {
         const fs::path canonical = fs::weakly_canonical(path, failure);
-        return failure ? path.native() : canonical.native();
+        return failure || canonical == path ? path.native() : entryOf(canonical);
     }
-    fs::path parent = path.parent_path();
-    if (parent.empty()) parent = ".";
-    const auto [known, isNew] = folders_.emplace(parent.native(), std::string());
-    if (isNew) {
-        const fs::path canonical = fs::weakly_canonical(parent, failure);
-        known->second = failure ? parent.native() : canonical.native();
-    }
-    return (fs::path(known->second) / name).native();
+    const fs::path parent = path.has_parent_path() ? path.parent_path() : fs::path(".");
+    const auto known = folders_.find(parent.native());
+    if (known != folders_.end()) return known->second + '/' + name.native();
+    struct stat status = {};
+    std::string folder =
+        stat(parent.c_str(), &status) == 0 ? fmt::format("{}:{}", status.st_dev, status.st_ino) : entryOf(parent);
+    return folders_.emplace(parent.native(), std::move(folder)).first->second + '/' + name.native();
 }
 
 } // namespace kxtool

@@ -41,22 +41,26 @@ std::vector<Input> collectListed(const std::vector<std::string>& names, const st
 /// @param file "-" for standard input. @throws FileError
 std::vector<std::string> readNames(const std::string& file);
 
-/// Decides where results go, and that none of them overwrites another's source or result.
+/// Decides where results go: every place gets one result, and nothing that is read is written by another. Names are
+/// compared by what they lead to, so that links, mounts and folders named twice do not matter: a file is itself under all
+/// its names, but for hard links. These are files of their own, since a result takes the place of one name and leaves the
+/// content to the others; each is read, and replaced, once.
 class OutputPlan {
 public:
     /// @param output a file for the one input, or a folder, which need not be there yet; empty for each input's own
     ///        place.
     /// @param needsFolder whether `output` may not be a file. It is taken for a folder, too, when it is one or ends in "/".
     /// @param inputs stay as they are while this object lives.
-    /// @throws FileError when a folder is needed and `output` is something else.
+    /// @throws FileError when a folder is needed and `output` is something else, and when an input is named for its own
+    ///         place and for another: what the latter got would depend on which comes first.
     OutputPlan(const std::filesystem::path& output, bool needsFolder, const std::vector<Input>& inputs);
 
-    /// @param index among the inputs; each is asked for once.
+    /// @param index among the inputs.
     /// @return the input's own place; none when this very file has been given before and goes to the same place.
     /// @throws FileError when the place is another input, or taken by another input's result.
-    std::optional<std::filesystem::path> placeOf(std::size_t index);
+    std::optional<std::filesystem::path> placeOf(std::size_t index) const;
 
-    /// @return whether an input is there, or a result goes there that placeOf() has spoken of.
+    /// @return whether an input is there, or a result goes there.
     bool isTaken(const std::filesystem::path& place);
 
     /// Makes the folders on the way to a place.
@@ -65,19 +69,26 @@ public:
     std::vector<std::filesystem::path> makeFolders(const std::filesystem::path& place);
 
 private:
-    std::string canonicalName(const std::filesystem::path& path, bool isLink);
+    struct Placement {
+        std::filesystem::path place;
+        std::string key;
+        std::string error; // why the result cannot go there
+        bool isRepeated;
+    };
+
+    Placement placementOf(std::size_t index);
+    void refuseReadersOfResults() const;
+    std::string keyOf(const std::filesystem::path& path);
+    std::string entryOf(const std::filesystem::path& path);
 
     std::filesystem::path output_;
     bool isFolder_;
     const std::vector<Input>& inputs_;
-    std::vector<std::string> canonical_; // of the inputs
-    // By canonical path: the input that may write there, and whether it has.
-    struct Owner {
-        std::size_t input;
-        bool hasWritten;
-    };
-    std::unordered_map<std::string, Owner> owners_;
-    std::unordered_map<std::string, std::string> folders_; // canonical names; asking the system is slow
+    std::vector<std::string> keys_; // of the inputs
+    std::vector<Placement> placements_;
+    std::unordered_map<std::string, std::size_t> sources_; // by key: the first input
+    std::unordered_map<std::string, std::size_t> claims_;  // by key: the input whose result goes there
+    std::unordered_map<std::string, std::string> folders_; // their keys; asking the system is slow
     std::filesystem::path lastMade_;
 };
 

@@ -1,0 +1,88 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// What kxmap apply takes for its inputs, and that each is changed once, whatever names lead to it.
+#ifdef KXDCM_TOOL
+
+#include "tool/applyfixture.h"
+
+using namespace kxtest;
+namespace fs = std::filesystem;
+
+namespace {
+
+class ToolApplyInputs : public ToolApply {
+protected:
+    void SetUp() override
+    {
+        dir.write("n.map", "(0010,0020)=concat(\"N-\",(0010,0020))\n");
+        copy("CT_small.dcm", "A/b/x.dcm");
+        copy("MR_small.dcm", "A/y.dcm");
+    }
+
+    // Mounts are this run's own.
+    ToolRun runMounted(const std::string& mount, const std::string& arguments) const
+    {
+        return run(arguments, "exec unshare -m sh -c '" + mount + " && exec \"$@\"' sh");
+    }
+
+    bool mayMount() const { return runMounted("mount --bind A A", "--version").exitCode == 0; }
+};
+
+} // namespace
+
+// Nothing is written where a file is both read for another place and replaced: a second run could not be told apart.
+TEST_F(ToolApplyInputs, noResultIsReadAgain)
+{
+    fs::create_directory_symlink("A", dir.path() / "L");
+    const std::string before = contentOf(dir.path() / "A/b/x.dcm");
+    for (const char* names : {"-o A A A/b", "-o A A/b A", "-o L A A/b", "-o A A L/b", "-o A A A/b/x.dcm"}) {
+        const ToolRun result = run(std::string("apply --single n.map ") + names);
+        EXPECT_EQ(result.exitCode, 2) << names;
+        EXPECT_NE(result.errors.find("x.dcm: named for its own place and for "), std::string::npos) << result.errors;
+        EXPECT_TRUE(contentOf(dir.path() / "A/b/x.dcm") == before) << names;
+        EXPECT_EQ(value("A/y.dcm", DCM_PatientID), "4MR1") << names;
+        EXPECT_FALSE(fs::exists(dir.path() / "A/x.dcm")) << names;
+    }
+    // A result in place of another input was refused always.
+    copy("CT_small.dcm", "A/x.dcm");
+    EXPECT_EQ(run("apply --single n.map -o A A/b A/x.dcm").exitCode, 1);
+    EXPECT_EQ(value("A/x.dcm", DCM_PatientID), "N-1CT1");
+}
+
+TEST_F(ToolApplyInputs, eachFileIsChangedOnce)
+{
+    fs::create_directory_symlink("b", dir.path() / "A/c");
+    fs::create_symlink("b/x.dcm", dir.path() / "A/l.dcm");
+    EXPECT_EQ(run("apply --single n.map --in-place A A/b A/c A/l.dcm A/./y.dcm -j 3").exitCode, 0);
+    EXPECT_EQ(value("A/b/x.dcm", DCM_PatientID), "N-1CT1");
+    EXPECT_EQ(value("A/y.dcm", DCM_PatientID), "N-4MR1");
+    // Two places are two results of what was read.
+    EXPECT_EQ(run("apply --single n.map -o out A A/b").exitCode, 0);
+    EXPECT_EQ(value("out/b/x.dcm", DCM_PatientID), "N-N-1CT1");
+    EXPECT_EQ(value("out/x.dcm", DCM_PatientID), "N-N-1CT1");
+}
+
+// A hard link is a file of its own: left out, it would keep what the rules should have changed.
+TEST_F(ToolApplyInputs, hardLinksAreChangedOnceEach)
+{
+    fs::create_hard_link(dir.path() / "A/y.dcm", dir.path() / "A/z.dcm");
+    EXPECT_EQ(run("apply --single n.map --in-place A A/z.dcm").exitCode, 0);
+    EXPECT_EQ(value("A/y.dcm", DCM_PatientID), "N-4MR1");
+    EXPECT_EQ(value("A/z.dcm", DCM_PatientID), "N-4MR1");
+}
+
+TEST_F(ToolApplyInputs, mountsAreNoOtherFiles)
+{
+    if (!mayMount()) GTEST_SKIP() << "needs the right to mount";
+    fs::create_directory(dir.path() / "M");
+    dir.write("m.dcm", "");
+    const std::string folder = "mount --bind A M";
+    EXPECT_EQ(runMounted(folder, "apply --single n.map --in-place A M").exitCode, 0);
+    EXPECT_EQ(value("A/b/x.dcm", DCM_PatientID), "N-1CT1");
+    EXPECT_EQ(value("A/y.dcm", DCM_PatientID), "N-4MR1");
+    EXPECT_EQ(runMounted(folder, "apply --single n.map -o M A A/b").exitCode, 2);
+    EXPECT_EQ(runMounted("mount --bind A/y.dcm m.dcm", "apply --single n.map --in-place A m.dcm").exitCode, 0);
+    EXPECT_EQ(value("A/y.dcm", DCM_PatientID), "N-N-4MR1");
+    EXPECT_EQ(value("A/b/x.dcm", DCM_PatientID), "N-N-1CT1");
+}
+
+#endif
