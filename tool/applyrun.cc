@@ -146,7 +146,7 @@ private:
                 removeTemporariesOf(process, targets);
             },
             [this](std::size_t task, const std::string& how) { return lost(task, how); },
-            [this](std::size_t, const Outcome& outcome) { show(outcome); },
+            [this](std::size_t task, const Outcome& outcome) { show(task, outcome); },
             [this](std::size_t done, std::size_t failed) { progress_->update(done, failed); },
             [this](const std::string& lines) { say(lines); }};
     }
@@ -161,7 +161,7 @@ private:
         return outcome;
     }
 
-    void show(const Outcome& outcome)
+    void show(std::size_t task, const Outcome& outcome)
     {
         if (!outcome.output.empty() && outputFailure_ == 0) {
             progress_->clear();
@@ -170,6 +170,9 @@ private:
             if (outputFailure_ == EPIPE && options_.files.isDryRun && !report_) interruption_->end(SIGPIPE);
         }
         say(outcome.errors);
+        if (!outcome.isGood && outcome.errors.empty()) // a worker keeps its messages in a file in memory
+            say(fmt::format("kxmap: {}: failed; why could not be kept (see \"ulimit -f\")\n",
+                            printable(tasks_[task].input->file.native())));
         if (!outcome.report.empty()) addToReport(outcome.report);
     }
 

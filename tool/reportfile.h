@@ -16,11 +16,14 @@ namespace kxtool {
 /// a stop of the machine may tear its last line.
 class ReportFile {
 public:
-    /// @return whether a file could be a report, an empty one included; also when it cannot be read.
+    /// @return whether a file is empty or begins as a line of a report does: with the members of jsonLine(), in their
+    ///         order. Not when it cannot be read.
     static bool isReport(const std::filesystem::path& file);
 
-    /// Takes the place of an older report only, so that a slip on the command line costs no image and no mapping.
-    /// @throws FileError
+    /// Takes the place of an older report only, so that a slip on the command line costs no image and no mapping. A new one
+    /// is its owner's alone, since it holds patients' data; an older one keeps its mode. Pipes, terminals and character
+    /// devices take what is written, from the first line on.
+    /// @throws FileError for any other file, and for a pipe without a reader.
     explicit ReportFile(const std::filesystem::path& file);
 
     /// Adds a line, unless an earlier one could not be written.

@@ -225,7 +225,7 @@ TEST_F(ToolApply, slipsCostNothing)
     // A report has a name of its own; an older one is no image.
     EXPECT_EQ(run("apply --single name.map --report o/ct.dcm -o o ct.dcm").exitCode, 2);
     EXPECT_FALSE(fs::exists(dir.path() / "o"));
-    dir.write("in/r.jsonl", "{}\n");
+    dir.write("in/r.jsonl", R"({"input":"a","output":"","status":"failed"})");
     copy("MR_small.dcm", "in/mr.dcm");
     EXPECT_EQ(run("apply --single name.map --in-place --report in/r.jsonl in").exitCode, 0);
     EXPECT_EQ(std::ranges::count(contentOf(dir.path() / "in/r.jsonl"), '\n'), 1);
