@@ -1,8 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Variables are the rules' own business and are reported nowhere; elements and custom fields are.
+// Variables are the rules' own business and are reported nowhere; elements and custom fields are. The members of a change
+// are those of "kxmap try --format json".
 #include "tool/report.h"
 
 #include "tool/output.h"
+#include "tool/runreport.h"
+#include "tool/table.h"
 
 #include <fmt/format.h>
 #include <nlohmann/json.hpp>
@@ -21,16 +24,32 @@ bool isReported(const Change& change)
     return change.place.kind != Place::Kind::Variable;
 }
 
+// What is no UTF-8 came from a mapping file, which has no character set: its bytes are spelled out.
+std::string asUtf8(std::string_view text)
+{
+    return isUtf8(text) ? std::string(text) : shownUtf8(text);
+}
+
+Json ruleOf(const Step& step)
+{
+    return {{"file", asUtf8(step.file->path.native())}, {"line", step.rule->line}, {"text", asUtf8(step.rule->text)}};
+}
+
 Json jsonOf(const Change& change, const RunCharacterSets& sets)
 {
     const auto [before, after] = readable(change, sets);
-    Json rules = Json::array();
-    for (const Step* step : change.steps) rules.push_back(placeOfRule(*step));
-    Json json = {{"target", change.place.name}};
-    if (!change.vr.empty()) json["vr"] = change.vr;
+    const bool isElement = change.place.kind == Place::Kind::Element;
+    const std::string place = asUtf8(change.place.name);
+    Json json = {{"sign", std::string(1, change.sign())},
+                 {"kind", isElement ? "element" : "custom field"},
+                 {"place", place},
+                 {"target", place}}; // the name that reports had for it first
+    if (isElement) json["name"] = placeName(change.place);
+    json["vr"] = change.vr;
     json["before"] = before ? Json(*before) : Json();
     json["after"] = after ? Json(*after) : Json();
-    json["rules"] = std::move(rules);
+    json["rules"] = Json::array();
+    for (const Step* step : change.steps) json["rules"].push_back(ruleOf(*step));
     return json;
 }
 
@@ -56,7 +75,7 @@ Json messagesOf(const Recording& recording, const CharacterSet& set)
     Json messages = Json::array();
     for (const Step& step : recording.steps()) {
         for (const std::string& message : step.messages)
-            messages.push_back({{"rule", placeOfRule(step)}, {"text", set.readable(message)}});
+            messages.push_back({{"rule", ruleOf(step)}, {"text", set.readable(message)}});
     }
     return messages;
 }

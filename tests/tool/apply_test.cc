@@ -191,8 +191,9 @@ TEST_F(ToolApply, dryRunAndReportSayWhatChanges)
     for (
         const char* part :
         {R"json({"input":"ct.dcm","output":"out/ct.dcm","status":"done","ms":)json",
-         R"json({"target":"(0010,0010)","vr":"PN","before":"CompressedSamples^CT1","after":"Müller","rules":["more.map:1"]})json",
-         R"json("messages":[{"rule":"more.map:3","text":"Coercion: Invalid parameter at function add: x"}])json",
+         R"json({"sign":"~","kind":"element","place":"(0010,0010)","target":"(0010,0010)","name":"PatientName","vr":"PN",)json",
+         R"json("before":"CompressedSamples^CT1","after":"Müller","rules":[{"file":"more.map","line":1,"text":)json",
+         R"json("messages":[{"rule":{"file":"more.map","line":3,"text":"(0010,1001)=add(1,\"x\")"},"text":"Coercion: Invalid parameter at function add: x"}])json",
          R"json({"input":"more.map","output":"out/more.map","status":"failed","error":"more.map: not a DICOM file)json"})
         EXPECT_NE(report.find(part), std::string::npos) << part << "\n" << report;
 }

@@ -4,7 +4,10 @@
 
 #include "tool/applyfixture.h"
 
+#include <nlohmann/json.hpp>
+
 using namespace kxtest;
+using Json = nlohmann::json;
 namespace fs = std::filesystem;
 
 namespace {
@@ -94,6 +97,24 @@ TEST_F(ToolApplyReport, goesIntoPipesAndDevices)
     EXPECT_FALSE(fs::exists(dir.path() / "out.dcm"));
     EXPECT_EQ(report("fifo", "cat fifo >copy & exec 9>fifo;", " 9>&-; exec 9>&-; wait").exitCode, 0);
     EXPECT_TRUE(contentOf(dir.path() / "copy").ends_with("}\n"));
+}
+
+// One reader serves both: what "try" prints of a file is in the report of it, but for the variables.
+TEST_F(ToolApplyReport, namesChangesAsTryDoes)
+{
+    dir.write("name.map", "(0010,0010)=\"M\xfcller\"\n(0008,0080)=NULL()\nUSER(u)=\"1\"\n$(v)=\"1\"\n");
+    ASSERT_EQ(report("r.jsonl").exitCode, 0);
+    const ToolRun tried = ToolApply::run("try --single name.map --format json ct.dcm");
+    const Json reported = Json::parse(contentOf(dir.path() / "r.jsonl"))["changes"];
+    Json changes = Json::array();
+    const Json whole = Json::parse(tried.output);
+    for (const Json& change : whole["changes"]) {
+        if (change["kind"] != "variable") changes.push_back(change);
+    }
+    ASSERT_EQ(reported.size(), 3U);
+    for (std::size_t i = 0; i < reported.size(); ++i) {
+        for (const auto& [name, member] : changes.at(i).items()) EXPECT_EQ(reported[i].at(name), member) << name;
+    }
 }
 
 // A limit on the size of files holds for the worker's messages as well, which are kept in memory.
