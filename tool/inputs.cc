@@ -80,7 +80,9 @@ private:
         const fs::path name = entry.path().filename();
         if (name.native().starts_with(kTemporaryPrefix)) return;
         const fs::file_status status = entry.status(failure);
-        if (fs::is_directory(status) && !entry.is_symlink(failure)) {
+        if (status.type() == fs::file_type::none) {
+            onFailure_(entry.path(), FileError(entry.path(), failure.message())); // it may be a file to work on
+        } else if (fs::is_directory(status) && !entry.is_symlink(failure)) {
             if (except_.empty() || !fs::equivalent(entry.path(), except_, failure))
                 addFolder(entry.path(), relative / name);
         } else if (fs::is_regular_file(status)) {
