@@ -28,6 +28,10 @@ void addOutputOptions(CLI::App& command, ApplyOptions& options)
                      "Print the custom fields after each file: file, name and text, separated by tabs");
     command.add_flag("--fsync", options.files.isDurable,
                      "Have results on the disk before they are reported, so that a power failure takes none of them");
+    command.add_flag(
+        "--clean", options.cleans,
+        "Remove the temporary files that killed runs have left in the folders worked on; without it they are\n"
+        "named");
     command.add_flag("--progress,!--no-progress", options.showsProgress,
                      "Show how far the run is; without the option on a terminal, and with --verbose");
 }

@@ -108,6 +108,39 @@ private:
             report_.emplace(options_.report);
         }
         if (!options_.files.isDryRun) makeFolders(plan);
+        dealWithLeftovers();
+    }
+
+    // They hold what patients' files held, and nothing else would ever remove them.
+    void dealWithLeftovers() const
+    {
+        std::set<fs::path> folders;
+        for (const FileTask& task : tasks_) {
+            folders.insert(task.input->file.parent_path());
+            folders.insert(task.place.parent_path());
+        }
+        for (const fs::path& folder : folders) {
+            const std::vector<fs::path> left = leftoversIn(folder);
+            if (left.empty()) continue;
+            if (options_.cleans && !options_.files.isDryRun) clean(left);
+            else
+                reportWarning(fmt::format("{}: {} of a killed run may hold patients' data; --clean removes {}",
+                                          printable(left.front().native()),
+                                          left.size() == 1
+                                              ? "this temporary file"
+                                              : fmt::format("this and {} more temporary files", left.size() - 1),
+                                          left.size() == 1 ? "it" : "them"));
+        }
+    }
+
+    static void clean(const std::vector<fs::path>& left)
+    {
+        for (const fs::path& file : left) {
+            std::error_code failure;
+            fs::remove(file, failure);
+            if (failure) reportError(FileError(file, failure.message()).what());
+            else reportNote(fmt::format("{}: removed, of a killed run", printable(file.native())));
+        }
     }
 
     void makeFolders(OutputPlan& plan)

@@ -17,6 +17,7 @@ struct ApplyOptions {
     FileOptions files;
     std::string output;
     bool isInPlace = false;
+    bool cleans = false; // what killed runs have left
     std::vector<std::string> inputs;
     std::string list;   // of more inputs
     std::string report; // a file

@@ -98,6 +98,9 @@ void FileWorker::applyAndWrite(const FileTask& task, Pending& pending)
     const auto begin = Clock::now();
     const std::filesystem::path& name = task.input->file;
     DicomFile file(name, rules_.extent);
+    if (file.seemsCut())
+        reportWarning(
+            fmt::format("{}: it describes pixels and has none: perhaps it was cut short", printable(name.native())));
     MappingSession session;
     session.dataset = &file.dataset();
     setUserFields(options_.userFields, session.customFields);

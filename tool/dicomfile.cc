@@ -125,9 +125,6 @@ DicomFile::DicomFile(const std::filesystem::path& file, Extent extent)
 {
     if (input_.size() == 0) throw FileError(file, "not a DICOM file: it is empty");
     load(extent);
-    if (isDoubtful())
-        reportWarning(
-            fmt::format("{}: it describes pixels and has none: perhaps it was cut short", printable(file.native())));
     for (TwinUid& uid : uids_) {
         uid.inDataset = uidOf(dataset(), uid.tag);
         uid.inMeta = uidOf(*format_->getMetaInfo(), uid.metaTag);
@@ -224,7 +221,7 @@ void DicomFile::requireLoaded(const OFCondition& loaded)
 }
 
 // A file that is cut between two elements is as sound as any other.
-bool DicomFile::isDoubtful()
+bool DicomFile::seemsCut()
 {
     const bool hasPixels = tailBegin_ < input_.size() || dataset().card() == 0 ||
                            dataset().getElement(dataset().card() - 1)->getGTag() >= kPixelDataGroup;

@@ -32,7 +32,6 @@ public:
         Header, ///< what lies before kPixelDataGroup is; the rest is looked at only for being sound
     };
 
-    /// Warns of a file that seems to have lost its end.
     /// @throws FileError for what cannot be read, is no DICOM file, is cut short, is a DICOMDIR, or takes more memory than
     ///         it is given (kMaxBytesInMemory).
     explicit DicomFile(const std::filesystem::path& file, Extent extent = Extent::Whole);
@@ -41,6 +40,9 @@ public:
 
     /// @return the dataset, this object's: without what was left in the file for Extent::Header, as far as possible.
     DcmDataset& dataset() { return *format_->getDataset(); }
+
+    /// @return whether the file, sound as it is, may have lost its end: it describes pixels, and has none.
+    bool seemsCut();
 
     /// Does to the dataset, after the rules, what saving it takes: groups that are no part of a dataset go, group lengths
     /// that are there are computed anew, and the file meta information follows a changed SOP Class or Instance UID.
@@ -63,7 +65,6 @@ private:
     bool loadHeader();
     bool isTailSound(std::uintmax_t begin, E_TransferSyntax syntax) const;
     OFCondition loadWhole();
-    bool isDoubtful();
     void requireLoaded(const OFCondition& loaded);
     void updateMetaInformation();
     std::vector<DcmTagKey> dropForeignGroups();

@@ -24,10 +24,12 @@ bool isSameTime(const timespec& one, const timespec& other)
     return one.tv_sec == other.tv_sec && one.tv_nsec == other.tv_nsec;
 }
 
+// A name that comes or goes changes st_ctim, too: another of the file's hard links may just have been replaced.
 bool isSame(const struct stat& one, const struct stat& other)
 {
     return one.st_dev == other.st_dev && one.st_ino == other.st_ino && one.st_size == other.st_size &&
-           isSameTime(one.st_mtim, other.st_mtim) && isSameTime(one.st_ctim, other.st_ctim);
+           isSameTime(one.st_mtim, other.st_mtim) &&
+           (isSameTime(one.st_ctim, other.st_ctim) || one.st_nlink != other.st_nlink);
 }
 
 // Of the change of content or attributes, whichever came last; negative when clocks disagree.
