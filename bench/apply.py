@@ -88,6 +88,7 @@ def main():
             commands = {
                 "floor, plain": [floor, "plain", source, out],
                 "floor, rename": [floor, "rename", source, out],
+                "floor, fsync, two processes": [floor, "durable", source, out],
                 "apply": apply + ["-o", out, source],
                 "apply -j 2": apply + ["-j", "2", "-o", out, source],
                 "apply --fsync": apply + ["--fsync", "-o", out, source],

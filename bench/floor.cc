@@ -7,11 +7,15 @@
 #include <dcmtk/dcmdata/dcmetinf.h>
 #include <dcmtk/oflog/oflog.h>
 
+#include <fcntl.h>
+#include <sys/wait.h>
+#include <unistd.h>
+
 #include <algorithm>
 #include <cstdio>
-#include <cstring>
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <vector>
 
@@ -19,7 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-enum class Saving { Plain, ByRename };
+enum class Saving { Plain, ByRename, Temporary };
 
 std::string textOf(DcmItem& item, const DcmTagKey& tag)
 {
@@ -49,16 +53,50 @@ void edit(DcmItem& item)
     put(DCM_PatientIdentityRemoved, "NO");
 }
 
+fs::path temporaryOf(const fs::path& file)
+{
+    return file.parent_path() / (".floor-" + file.filename().native());
+}
+
 OFCondition convert(const fs::path& from, const fs::path& to, Saving saving)
 {
     DcmFileFormat file;
     OFCondition result = file.loadFile(from.c_str());
     if (result.bad()) return result;
     edit(*file.getDataset());
-    const fs::path written = saving == Saving::Plain ? to : to.parent_path() / (".floor-" + to.filename().native());
+    const fs::path written = saving == Saving::Plain ? to : temporaryOf(to);
     result = file.saveFile(written.c_str(), file.getDataset()->getOriginalXfer());
     if (result.good() && saving == Saving::ByRename) fs::rename(written, to);
     return result;
+}
+
+// Every second file, in batches that are brought to the disk at once before they take their places.
+void convertDurably(const std::vector<fs::path>& files, const fs::path& out, std::size_t first)
+{
+    constexpr std::size_t kBatch = 64;
+    std::vector<fs::path> batch;
+    const int folder = open(out.c_str(), O_RDONLY | O_DIRECTORY);
+    const auto finish = [&] {
+        std::ignore = syncfs(folder);
+        for (const fs::path& file : batch) fs::rename(temporaryOf(file), file);
+        std::ignore = fsync(folder);
+        batch.clear();
+    };
+    for (std::size_t index = first; index < files.size(); index += 2) {
+        if (convert(files[index], out / files[index].filename(), Saving::Temporary).bad()) continue;
+        batch.push_back(out / files[index].filename());
+        if (batch.size() == kBatch) finish();
+    }
+    finish();
+    close(folder);
+}
+
+void convertDurablyInTwo(const std::vector<fs::path>& files, const fs::path& out)
+{
+    const pid_t other = fork();
+    convertDurably(files, out, other == 0 ? 0 : 1);
+    if (other == 0) _exit(0);
+    waitpid(other, nullptr, 0);
 }
 
 } // namespace
@@ -66,8 +104,9 @@ OFCondition convert(const fs::path& from, const fs::path& to, Saving saving)
 int main(int argc, char** argv)
 {
     OFLog::configure(OFLogger::OFF_LOG_LEVEL);
-    if (argc != 4 || (std::strcmp(argv[1], "plain") != 0 && std::strcmp(argv[1], "rename") != 0)) {
-        std::fputs("usage: kxdcm_floor plain|rename IN-FOLDER OUT-FOLDER\n", stderr);
+    const std::string_view way = argc == 4 ? argv[1] : "";
+    if (way != "plain" && way != "rename" && way != "durable") {
+        std::fputs("usage: kxdcm_floor plain|rename|durable IN-FOLDER OUT-FOLDER\n", stderr);
         return 2;
     }
     std::vector<fs::path> files;
@@ -75,9 +114,13 @@ int main(int argc, char** argv)
     std::ranges::sort(files);
     const fs::path out = argv[3];
     fs::create_directories(out);
+    if (way == "durable") {
+        convertDurablyInTwo(files, out);
+        return 0;
+    }
     for (const fs::path& file : files) {
         const OFCondition result =
-            convert(file, out / file.filename(), *argv[1] == 'p' ? Saving::Plain : Saving::ByRename);
+            convert(file, out / file.filename(), way == "plain" ? Saving::Plain : Saving::ByRename);
         if (result.bad()) std::fprintf(stderr, "kxdcm_floor: %s: %s\n", file.c_str(), result.text());
     }
     return 0;

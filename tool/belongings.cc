@@ -41,6 +41,16 @@ const char* quote(error_context*, const char* text)
 }
 void freeQuoted(error_context*, const char*) {}
 
+mode_t umaskOfProcess()
+{
+    static const mode_t mask = [] {
+        const mode_t was = umask(0);
+        umask(was);
+        return was;
+    }();
+    return mask;
+}
+
 void limit(acl_t list, acl_tag_t tag, mode_t bits)
 {
     acl_entry_t entry = nullptr;
@@ -88,9 +98,7 @@ Belongings Belongings::ofNew(const std::filesystem::path& folder, mode_t mode)
     result.acl_.reset(acl_get_file(folder.c_str(), ACL_TYPE_DEFAULT));
     if (!result.acl_ || acl_entries(result.acl_.get()) == 0) {
         result.acl_.reset();
-        const mode_t mask = umask(0);
-        umask(mask);
-        result.mode_ = mode & kPermissions & ~mask;
+        result.mode_ = mode & kPermissions & ~umaskOfProcess();
         return result;
     }
     limit(result.acl_.get(), ACL_USER_OBJ, mode >> 6 & 7);

@@ -161,16 +161,18 @@ bool DicomFile::loadHeader()
     const bool isTail = beginsWithPixelData(producer.peek(), syntax);
     // At the file's end that tag may be one of an item's.
     if (isAtEnd) return !isTail;
-    if (!isTail || !isTailSound(static_cast<std::uintmax_t>(stream.tell()), syntax)) return false;
-    tailBegin_ = static_cast<std::uintmax_t>(stream.tell());
+    const auto begin = static_cast<std::uintmax_t>(stream.tell());
+    if (!isTail || !isTailSound(producer, begin)) return false;
+    tailBegin_ = begin;
+    smallFile_ = producer.takeWholeFile();
     return true;
 }
 
 // The elements from there on have to be what DCMTK would write of them, byte for byte as far as lengths tell: then
 // nothing is cut, doubled, out of order or trailing.
-bool DicomFile::isTailSound(std::uintmax_t begin, E_TransferSyntax syntax) const
+bool DicomFile::isTailSound(FileProducer& producer, std::uintmax_t begin)
 {
-    FileProducer producer(input_, begin);
+    const E_TransferSyntax syntax = dataset().getOriginalXfer();
     FileStream stream(producer, FileStream::Values::Skipped, kNoLimit);
     DcmDataset tail;
     tail.transferInit();
@@ -248,21 +250,33 @@ void DicomFile::writeTo(Sink& sink)
     format_->transferInit();
     const OFCondition result = writeHeader(stream);
     format_->transferEnd();
-    stream.flush();
-    consumer.flush(); // a deflating stream flushes itself alone
+    bool isComplete = expected == consumer.size();
+    if (!expected) {
+        stream.flush();
+        consumer.flush(); // a deflating stream flushes itself alone
+        isComplete = stream.isFlushed();
+    } else if (result.good() && isComplete) {
+        writeTail(sink, consumer);
+    }
+    consumer.flush();
     if (consumer.reason() != 0) throw FileError(sink.target(), systemReason(consumer.reason()));
     if (result.bad()) throw FileError(sink.target(), result.text());
-    if (!stream.isFlushed() || (expected && *expected != sink.size()))
-        throw FileError(sink.target(), "not written to its end");
+    if (!isComplete) throw FileError(sink.target(), "not written to its end");
+    requireNoErrors(sink.target());
+}
+
+// DCMTK ends well, now and then, where an element does not.
+void DicomFile::requireNoErrors(const std::filesystem::path& target)
+{
     for (DcmObject* object = nullptr; (object = dataset().nextInContainer(object)) != nullptr;) {
         const OFCondition error = Inside::errorOf(*object);
         if (error.bad())
-            throw FileError(sink.target(), fmt::format("{}: {}", object->getTag().toString().c_str(), error.text()));
+            throw FileError(target, fmt::format("{}: {}", object->getTag().toString().c_str(), error.text()));
     }
-    copyTail(sink);
 }
 
-// DCMTK's own count, taken before anything is written: a value that gets lost on the way makes a difference.
+// DCMTK's own count, taken before anything is written: a value that gets lost on the way makes a difference. It has none
+// for what is deflated.
 std::optional<std::uintmax_t> DicomFile::expectedBytes()
 {
     const E_TransferSyntax syntax = dataset().getOriginalXfer();
@@ -272,10 +286,17 @@ std::optional<std::uintmax_t> DicomFile::expectedBytes()
     return bytes + format_->getMetaInfo()->calcElementLength(EXS_LittleEndianExplicit, lengthEncoding_);
 }
 
-void DicomFile::copyTail(Sink& sink)
+void DicomFile::writeTail(Sink& sink, SinkConsumer& consumer) const
 {
-    if (tailBegin_ == input_.size()) return;
-    const int reason = sink.copy(input_.descriptor(), static_cast<off_t>(tailBegin_), input_.size() - tailBegin_);
+    const std::uintmax_t bytes = input_.size() - tailBegin_;
+    if (bytes == 0) return;
+    if (smallFile_) {
+        consumer.write(smallFile_.get() + tailBegin_, static_cast<offile_off_t>(bytes));
+        return;
+    }
+    consumer.flush();
+    if (consumer.reason() != 0) return; // the caller tells
+    const int reason = sink.copy(input_.descriptor(), static_cast<off_t>(tailBegin_), bytes);
     if (reason == kSourceEnded) input_.requireUnchanged();
     if (reason == kSourceEnded) throw FileError(input_.path(), "ends before its end");
     if (reason != 0) throw FileError(sink.target(), systemReason(reason));

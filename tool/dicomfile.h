@@ -9,6 +9,7 @@
 
 #include <array>
 #include <filesystem>
+#include <memory>
 #include <optional>
 #include <string>
 #include <utility>
@@ -16,7 +17,9 @@
 
 namespace kxtool {
 
+class FileProducer;
 class Sink;
+class SinkConsumer;
 
 /// The group in which pixel data stand. What no rule reaches from there on is neither loaded nor decoded: its bytes are
 /// copied as they are.
@@ -63,20 +66,22 @@ private:
 
     void load(Extent extent);
     bool loadHeader();
-    bool isTailSound(std::uintmax_t begin, E_TransferSyntax syntax) const;
+    bool isTailSound(FileProducer& producer, std::uintmax_t begin);
     OFCondition loadWhole();
     void requireLoaded(const OFCondition& loaded);
     void updateMetaInformation();
     std::vector<DcmTagKey> dropForeignGroups();
     std::optional<std::uintmax_t> expectedBytes();
+    void requireNoErrors(const std::filesystem::path& target);
     OFCondition writeHeader(DcmOutputStream& output);
-    void copyTail(Sink& sink);
+    void writeTail(Sink& sink, SinkConsumer& consumer) const;
 
     InputFile input_;
     std::optional<DcmFileFormat> format_;
     Framing framing_ = Framing::FileFormat;
     E_EncodingType lengthEncoding_ = EET_ExplicitLength;
-    std::uintmax_t tailBegin_; // where what was not loaded begins; the file's end when there is none
+    std::uintmax_t tailBegin_;          // where what was not loaded begins; the file's end when there is none
+    std::unique_ptr<char[]> smallFile_; // all bytes of a small file with such a tail, which are read anyway
     /// A UID that stands in the dataset and in the file meta information.
     struct TwinUid {
         DcmTagKey tag;

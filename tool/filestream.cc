@@ -5,6 +5,7 @@
 #include "tool/inputfile.h"
 
 #include <algorithm>
+#include <utility>
 
 namespace kxtool {
 namespace {
@@ -54,6 +55,11 @@ std::string_view FileProducer::peek()
     if (!fill()) return {};
     const std::size_t offset = position_ - pieceBegin_;
     return {piece_.get() + offset, pieceBytes_ - offset};
+}
+
+std::unique_ptr<char[]> FileProducer::takeWholeFile()
+{
+    return pieceBegin_ == 0 && pieceBytes_ == end_ ? std::move(piece_) : nullptr;
 }
 
 offile_off_t FileProducer::read(void* buffer, offile_off_t wanted)

@@ -33,6 +33,9 @@ public:
     /// Reads ahead. @return the bytes at the present place, as many as a piece has; fewer at the file's end.
     std::string_view peek();
 
+    /// @return all bytes of the file, when they are one piece that is read; the producer is then of no further use.
+    std::unique_ptr<char[]> takeWholeFile();
+
     /// @return 0, or the system's error number for what could not be read.
     int reason() const { return reason_; }
     /// @return whether the file ended before the size that it had when it was opened.

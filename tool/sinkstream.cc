@@ -16,7 +16,9 @@ offile_off_t SinkConsumer::write(const void* bytes, offile_off_t count)
         std::memcpy(buffer_.data() + used_, bytes, size);
         used_ += size;
     }
-    return reason_ == 0 ? count : 0;
+    if (reason_ != 0) return 0;
+    size_ += size;
+    return count;
 }
 
 void SinkConsumer::flush()

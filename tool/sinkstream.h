@@ -10,6 +10,7 @@
 
 #include <array>
 #include <cstddef>
+#include <cstdint>
 
 namespace kxtool {
 
@@ -25,6 +26,9 @@ public:
     offile_off_t write(const void* bytes, offile_off_t count) override;
     void flush() override;
 
+    /// @return how many bytes came in.
+    std::uintmax_t size() const { return size_; }
+
     /// @return 0, or the system's error number for what could not be written.
     int reason() const { return reason_; }
 
@@ -34,6 +38,7 @@ private:
     Sink& sink_;
     std::array<char, kWriteBytes> buffer_;
     std::size_t used_ = 0;
+    std::uintmax_t size_ = 0;
     int reason_ = 0;
 };
 
