@@ -214,8 +214,8 @@ void DicomFile::requireLoaded(const OFCondition& loaded)
     const bool isBare = framing_ == Framing::BareDataset;
     if (isBare && (loaded.bad() || !beginsLikeADataset(dataset())))
         throw FileError(file, loaded.bad() ? fmt::format("not a DICOM file ({})", loaded.text()) : "not a DICOM file");
-    // Nothing behind the file meta information: DCMTK blames its caller for that.
-    if (loaded == EC_IllegalCall) throw FileError(file, "damaged or incomplete: it ends before its dataset");
+    if (loaded.good() && dataset().card() == 0)
+        throw FileError(file, "damaged or incomplete: it ends before its dataset");
     if (loaded.bad()) throw FileError(file, fmt::format("damaged or incomplete ({})", loaded.text()));
     if (!isBare && uidOf(*format_->getMetaInfo(), DCM_MediaStorageSOPClassUID) == UID_MediaStorageDirectoryStorage)
         throw FileError(file,

@@ -11,10 +11,12 @@ import errno
 import json
 import os
 import pathlib
-import shutil
+import resource
+import struct
 import subprocess
 import sys
 import tempfile
+import zlib
 
 APPEND = '(0010,0020)=concat("N-",(0010,0020))\n'
 FUNCTIONS = ("open", "read", "pread", "lseek", "fstat", "stat", "write", "copy_file_range", "sendfile", "rename", "fsync",
@@ -144,6 +146,8 @@ class Result:
 
     def state_of_victim(self, path):
         """The same for the file to which something was done: it has to stay as that left it, and to be told."""
+        if self.extra["action"] == "pipe":
+            return "old" if path.is_fifo() or not self.scenario.is_in_place else "mixed"
         if CHANGED not in self.done.stderr:
             return "not told of"
         content = path.read_bytes() if path.exists() else None
@@ -179,6 +183,8 @@ def failing_calls(scenario, is_thorough, turn):
 def changing_inputs(scenario):
     """Has an input replaced, cut or removed after it was opened, at each step until its result takes its place."""
     faults, runs = [], 0
+    if len(scenario.names) == 1:  # a pipe that nobody writes into, opened as if it were a file, would be waited for
+        faults, runs = scenario.run("open 1 pipe", {"file": scenario.names[0], "action": "pipe"})
     for victim in scenario.names if len(scenario.names) == 1 else ():  # of several, the others' steps would count
         for action in ("replace", "cut", "remove"):
             for function in ("pread", "write", "copy_file_range", "fdatasync", "syncfs"):
@@ -218,6 +224,27 @@ def two_at_once(bench, rounds):
     return faults, rounds
 
 
+def grown_by_deflating(bench):
+    """Gives a small file whose dataset inflates to a thousand times its size, which must be refused early."""
+    def element(group, number, vr, value):
+        return struct.pack("<HH2sH", group, number, vr, len(value)) + value
+    syntax = element(2, 0x10, b"UI", b"1.2.840.10008.1.2.1.99")
+    meta = element(2, 0, b"UL", struct.pack("<I", len(syntax))) + syntax
+    deflate = zlib.compressobj(9, zlib.DEFLATED, -zlib.MAX_WBITS)
+    pieces = [element(8, 0x60, b"CS", b"CT"), struct.pack("<HH2sHI", 0x7FE0, 0x10, b"OW", 0, 300_000_000)]
+    dataset = b"".join(deflate.compress(piece) for piece in pieces + [bytes(1_000_000)] * 300)
+    content = bytes(128) + b"DICM" + meta + dataset + deflate.flush()
+    with tempfile.TemporaryDirectory(dir=bench.work) as name:
+        file = pathlib.Path(name, "grown.dcm")
+        file.write_bytes(content)
+        done = subprocess.run([bench.tool, "apply", "--single", bench.rules, "--in-place", file], capture_output=True,
+                              text=True, timeout=TIMEOUT, check=False)
+        peak = resource.getrusage(resource.RUSAGE_CHILDREN).ru_maxrss // 1024
+        if done.returncode != 1 or "inflates to more than" not in done.stderr or file.read_bytes() != content:
+            return [f"a file that grows: exit {done.returncode}\n{done.stderr}"], 1
+        return [f"a file that grows took {peak} MiB"] if peak > 200 else [], 1
+
+
 def scenarios(bench):
     """Lists the ways to call the program."""
     for is_in_place in (True, False):
@@ -243,6 +270,7 @@ def main():
                 jobs.append(pool.submit(failing_calls, scenario, options.thorough, turn))
                 jobs.append(pool.submit(changing_inputs, scenario))
             jobs.append(pool.submit(two_at_once, bench, 3))
+            jobs.append(pool.submit(grown_by_deflating, bench))
         faults = [fault for job in jobs for fault in job.result()[0]]
         runs = sum(job.result()[1] for job in jobs)
     for fault in faults:

@@ -2,7 +2,7 @@
 // Loaded before the C library, this makes one call to the system fail, or something happen to a file before it. Only calls
 // on files of one folder count, and for mmap those without a file, through all processes of a run. The environment says
 // what: KXDCM_FAULT is "FUNCTION NUMBER ACTION", FUNCTION with "+" at its end for the call of that number and all later
-// ones; ACTION is an error number, or "replace", "cut" or "remove", which is done to KXDCM_FAULT_FILE, with
+// ones; ACTION is an error number, or "replace", "cut", "remove" or "pipe", which is done to KXDCM_FAULT_FILE, with
 // KXDCM_FAULT_OTHER for a replacement. KXDCM_FAULT_FOLDER is the folder, KXDCM_FAULT_COUNTER a file of eight bytes for the
 // count.
 #include <dlfcn.h>
@@ -84,6 +84,7 @@ struct Fault {
         if (action == "replace")
             return next<decltype(rename)>("rename")(variable("KXDCM_FAULT_OTHER").c_str(), file.c_str()) != 0;
         if (action == "cut") return truncate(file.c_str(), 1000) != 0;
+        if (action == "pipe") return unlink(file.c_str()) != 0 || mkfifo(file.c_str(), 0600) != 0;
         if (action == "remove") return unlink(file.c_str()) != 0;
         errno = std::atoi(action.c_str());
         return true;

@@ -39,6 +39,34 @@ TEST_F(ToolApply, untouchedFilesStayAsTheyAre)
     EXPECT_EQ(value("out.dcm", DCM_PatientName), "changed");
 }
 
+// Rules that reach the pixel data, and those that may, have the whole file go through DCMTK.
+TEST_F(ToolApply, pixelDataAreCopiedOrChanged)
+{
+    const std::string before = contentOf(dir.path() / "ct.dcm");
+    const std::string pixels = before.substr(before.rfind("\xe0\x7f\x10\x00OW"));
+    struct Case {
+        const char* rule;
+        bool keepsPixels;
+    };
+    const Case cases[] = {
+        {R"((0010,0020)=concat("N-",(0010,0020)))", true},
+        {R"((0010,0020)=or((7fe0,0010),"none"))", true},     // reads them; they are no text
+        {R"((0010,0020)=(concat("7f","e0"),"0010"))", true}, // reads them, and nobody can tell beforehand
+        {R"((0010,0020)=SEQ("7fe0","0010","0","0010","0020"))", true},
+        {R"((7fe0,0010)=NULL())", false},
+        {R"((7fe0,0000)="1")", true},
+        {R"((fffc,fffc)=NULL())", false},
+    };
+    for (const Case& c : cases) {
+        dir.write("one.map", std::string(c.rule) + "\n");
+        ASSERT_EQ(run("apply --single one.map -o out.dcm ct.dcm").exitCode, 0) << c.rule;
+        EXPECT_EQ(contentOf(dir.path() / "out.dcm").ends_with(pixels), c.keepsPixels) << c.rule;
+    }
+    dir.write("cut.dcm", before.substr(0, before.size() - pixels.size()));
+    EXPECT_EQ(run("apply --single name.map -o out.dcm cut.dcm").errors,
+              "kxmap: warning: cut.dcm: it describes pixels and has none: perhaps it was cut short\n");
+}
+
 TEST_F(ToolApply, metaInformationFollowsUidsAndNothingElse)
 {
     dir.write("uids.map", "(0008,0016)=\"1.2.3\"\n(0008,0018)=\"1.2.3.4.5\"\n(0002,0016)=\"RULE\"\n");
@@ -94,6 +122,7 @@ TEST_F(ToolApply, failuresAreNamedAndTheOthersGoOn)
     dir.write("in/text.txt", "no image");
     dir.write("in/empty", "");
     dir.write("in/zeros", std::string(4000, '\0'));
+    dir.write("in/meta", contentOf(dir.path() / "ct.dcm").substr(0, 336));
     copy("MR_truncated.dcm", "in/cut.dcm");
     copy("dicomdirtests/DICOMDIR", "in/DICOMDIR");
     copy("CT_small.dcm", "in/zz.dcm");
@@ -101,8 +130,9 @@ TEST_F(ToolApply, failuresAreNamedAndTheOthersGoOn)
     EXPECT_EQ(result.exitCode, 1);
     for (const char* line :
          {"kxmap: in/text.txt: not a DICOM file (", "kxmap: in/empty: not a DICOM file: it is empty\n",
-          "kxmap: in/zeros: not a DICOM file\n", "kxmap: in/cut.dcm: damaged or incomplete (",
-          "kxmap: in/DICOMDIR: a DICOMDIR ", "kxmap: nope.dcm: No such file or directory\n"})
+          "kxmap: in/zeros: not a DICOM file\n", "kxmap: in/meta: damaged or incomplete: it ends before its dataset\n",
+          "kxmap: in/cut.dcm: damaged or incomplete (", "kxmap: in/DICOMDIR: a DICOMDIR ",
+          "kxmap: nope.dcm: No such file or directory\n"})
         EXPECT_NE(result.errors.find(line), std::string::npos) << line << "\n" << result.errors;
     EXPECT_EQ(value("out/zz.dcm", DCM_PatientName), "changed");
     EXPECT_EQ(std::distance(fs::directory_iterator(dir.path() / "out"), {}), 1);
