@@ -7,6 +7,7 @@
 #include <CLI/CLI.hpp>
 
 #include <memory>
+#include <utility>
 
 namespace kxtool {
 namespace {
@@ -71,6 +72,9 @@ void requireInputsAndOutput(const ApplyOptions& options)
 {
     requireRuleChoice(options.rules);
     if (options.inputs.empty() && options.list.empty()) throw CLI::RequiredError("IN or --from-file");
+    for (const auto& [name, value] : {std::pair("--output", &options.output), std::pair("--report", &options.report)}) {
+        if (*value == "-") throw CLI::ValidationError(name, "\"-\" is no file: write ./- for one of this name");
+    }
     const int ways = (options.output.empty() ? 0 : 1) + (options.isInPlace ? 1 : 0);
     if (ways > 1) throw CLI::ExcludesError("--in-place", "--output");
     if (ways == 0 && !options.files.isDryRun) throw CLI::RequiredError("--output, --in-place or --dry-run");
@@ -93,6 +97,7 @@ void addApply(CLI::App& app, int& exitCode)
         ->add_option("--from-file", options->list,
                      "Take more names IN from this file, ended by NUL or else by line feeds; - for standard input")
         ->type_name("LIST");
+    command->add_flag("--skip-foreign", options->skipsForeign, kSkipForeignHelp);
     command->add_option("IN", options->inputs, "DICOM files, and folders with all files below them")->type_name("");
     command->footer(kFooter);
     command->callback([=, &exitCode] {

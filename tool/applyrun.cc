@@ -70,9 +70,10 @@ private:
             if (options_.files.reports)
                 earlyLines_.push_back(jsonLine({name, {}, "failed", error.what()}, nullptr, nullptr));
         };
-        inputs_ = collectInputs(options_.inputs, options_.output, onFailure);
+        const Selection selection = {options_.output, options_.skipsForeign};
+        inputs_ = collectInputs(options_.inputs, selection, onFailure);
         if (!options_.list.empty()) {
-            auto listed = collectListed(readNames(options_.list), options_.output, onFailure);
+            auto listed = collectListed(readNames(options_.list), selection, onFailure);
             std::ranges::move(listed, std::back_inserter(inputs_));
         }
         const fs::path report = options_.report;

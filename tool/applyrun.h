@@ -18,6 +18,7 @@ struct ApplyOptions {
     std::string output;
     bool isInPlace = false;
     bool cleans = false; // what killed runs have left
+    bool skipsForeign = false; // what lies in folders and is no DICOM file
     std::vector<std::string> inputs;
     std::string list;   // of more inputs
     std::string report; // a file

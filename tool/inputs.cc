@@ -2,6 +2,7 @@
 // Walking folders, and keeping results from overwriting each other.
 #include "tool/inputs.h"
 
+#include "tool/foreignfile.h"
 #include "tool/output.h"
 #include "tool/replacement.h"
 
@@ -41,19 +42,33 @@ fs::path below(const fs::path& path)
 
 class Walk {
 public:
-    Walk(fs::path except, bool keepsPaths, const InputFailure& onFailure)
-        : except_(std::move(except)), keepsPaths_(keepsPaths), onFailure_(onFailure)
+    Walk(const Selection& selection, bool keepsPaths, const InputFailure& onFailure)
+        : selection_(selection), keepsPaths_(keepsPaths), onFailure_(onFailure)
     {
     }
 
+    std::vector<Input> take(const std::vector<std::string>& names)
+    {
+        for (const std::string& name : names) addNamed(name);
+        if (skipped_ > 0)
+            reportError(fmt::format("{} skipped: no DICOM {}, or a DICOMDIR",
+                                    skipped_ == 1 ? "1 file is" : fmt::format("{} files are", skipped_),
+                                    skipped_ == 1 ? "file" : "files"));
+        return std::move(found_);
+    }
+
+private:
+    static constexpr const char* kNoStandardInput = "standard input is no file to work on; a file of this name is ./-";
+
     void addNamed(const fs::path& name)
     {
+        if (name == "-" && !keepsPaths_) return onFailure_(name, FileError(name, kNoStandardInput));
         std::error_code failure;
         const fs::file_status status = fs::status(name, failure);
         if (fs::is_directory(status)) {
             addFolder(name, keepsPaths_ ? below(name) : fs::path());
         } else if (fs::is_regular_file(status)) {
-            found.push_back({name, keepsPaths_ ? below(name) : name.filename(), fs::is_symlink(name, failure)});
+            found_.push_back({name, keepsPaths_ ? below(name) : name.filename(), fs::is_symlink(name, failure)});
         } else {
             onFailure_(name, FileError(name, failure              ? failure.message()
                                              : fs::exists(status) ? "neither a file nor a folder"
@@ -61,9 +76,6 @@ public:
         }
     }
 
-    std::vector<Input> found;
-
-private:
     // The system bounds the depth: a path longer than PATH_MAX cannot be opened.
     void addFolder(const fs::path& folder, const fs::path& relative)
     {
@@ -83,19 +95,35 @@ private:
         if (status.type() == fs::file_type::none) {
             onFailure_(entry.path(), FileError(entry.path(), failure.message())); // it may be a file to work on
         } else if (fs::is_directory(status) && !entry.is_symlink(failure)) {
-            if (except_.empty() || !fs::equivalent(entry.path(), except_, failure))
+            if (selection_.except.empty() || !fs::equivalent(entry.path(), selection_.except, failure))
                 addFolder(entry.path(), relative / name);
-        } else if (fs::is_regular_file(status)) {
-            found.push_back({entry.path(), relative / name, entry.is_symlink(failure)});
-        } else {
+        } else if (!fs::is_regular_file(status)) {
             reportNote(fmt::format("{}: passed over, a link to a folder or no file", printable(entry.path().native())));
+        } else if (selection_.skipsForeign && isForeignFile(entry.path())) {
+            ++skipped_;
+            reportNote(fmt::format("{}: skipped", printable(entry.path().native())));
+        } else {
+            found_.push_back({entry.path(), relative / name, entry.is_symlink(failure)});
         }
     }
 
-    fs::path except_;
+    const Selection& selection_;
     bool keepsPaths_;
     const InputFailure& onFailure_;
+    std::vector<Input> found_;
+    std::size_t skipped_ = 0;
 };
+
+// As an editor of another system ends all its lines, and a "find" none.
+bool hasDosLines(std::string_view content)
+{
+    std::size_t feed = content.find('\n');
+    if (feed == std::string_view::npos) return false;
+    for (; feed != std::string_view::npos; feed = content.find('\n', feed + 1)) {
+        if (feed == 0 || content[feed - 1] != '\r') return false;
+    }
+    return true;
+}
 
 bool endsInSlash(const fs::path& path)
 {
@@ -104,20 +132,16 @@ bool endsInSlash(const fs::path& path)
 
 } // namespace
 
-std::vector<Input> collectInputs(const std::vector<std::string>& names, const std::filesystem::path& except,
+std::vector<Input> collectInputs(const std::vector<std::string>& names, const Selection& selection,
                                  const InputFailure& onFailure)
 {
-    Walk walk(except, false, onFailure);
-    for (const std::string& name : names) walk.addNamed(name);
-    return std::move(walk.found);
+    return Walk(selection, false, onFailure).take(names);
 }
 
-std::vector<Input> collectListed(const std::vector<std::string>& names, const std::filesystem::path& except,
+std::vector<Input> collectListed(const std::vector<std::string>& names, const Selection& selection,
                                  const InputFailure& onFailure)
 {
-    Walk walk(except, true, onFailure);
-    for (const std::string& name : names) walk.addNamed(name);
-    return std::move(walk.found);
+    return Walk(selection, true, onFailure).take(names);
 }
 
 std::vector<std::string> readNames(const std::string& file)
@@ -131,12 +155,13 @@ std::vector<std::string> readNames(const std::string& file)
     std::istream& source = file == "-" ? std::cin : stream;
     const std::string content{std::istreambuf_iterator<char>(source), {}};
     if (source.bad()) throw FileError(file, systemReason(errno));
-    const char end = content.find('\0') == std::string::npos ? '\n' : '\0';
+    const bool hasLines = content.find('\0') == std::string::npos;
+    const std::string_view end = !hasLines ? std::string_view("\0", 1) : hasDosLines(content) ? "\r\n" : "\n";
     std::vector<std::string> names;
     for (std::size_t begin = 0; begin < content.size();) {
         const std::size_t stop = std::min(content.find(end, begin), content.size());
         if (stop > begin) names.push_back(content.substr(begin, stop - begin));
-        begin = stop + 1;
+        begin = stop + end.size();
     }
     return names;
 }

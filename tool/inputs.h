@@ -21,23 +21,33 @@ struct Input {
     bool isLink = false;
 };
 
+/// What is left out of folders.
+struct Selection {
+    std::filesystem::path except{}; ///< a folder below another; empty for none
+    bool skipsForeign = false;      ///< what is no DICOM file, and DICOMDIRs; how many is said
+};
+
+/// Of the option --skip-foreign.
+inline constexpr const char* kSkipForeignHelp =
+    "Leave out what lies in folders and is no DICOM file, or a DICOMDIR; damaged files still fail";
+
 /// Told of a name that cannot be read, and why.
 using InputFailure = std::function<void(const std::filesystem::path& name, const FileError&)>;
 
 /// Expands files and folders in the order given; what a folder holds follows in the order of the names' bytes, folders
 /// below it included. Links to files are followed, links to folders only where they are named themselves, so no loop
 /// and nothing outside the folder is walked into. What is neither file nor folder is passed over inside a folder.
-/// @param except a folder that is not walked into when it lies below another; empty for none.
 /// @param onFailure then, the others go on.
-std::vector<Input> collectInputs(const std::vector<std::string>& names, const std::filesystem::path& except,
+std::vector<Input> collectInputs(const std::vector<std::string>& names, const Selection& selection,
                                  const InputFailure& onFailure);
 
 /// The same for the names of a list: a file that is named keeps the path that the list has for it, less what leads up or
 /// to the root.
-std::vector<Input> collectListed(const std::vector<std::string>& names, const std::filesystem::path& except,
+std::vector<Input> collectListed(const std::vector<std::string>& names, const Selection& selection,
                                  const InputFailure& onFailure);
 
-/// Reads a list of names: ended by NUL bytes when there is one, else by line feeds. Empty names are none.
+/// Reads a list of names: ended by NUL bytes when there is one, else by line feeds, or by carriage return and line feed
+/// where all are. Empty names are none.
 /// @param file "-" for standard input. @throws FileError
 std::vector<std::string> readNames(const std::string& file);
 

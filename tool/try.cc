@@ -31,6 +31,7 @@ struct TryOptions {
     std::vector<std::string> warnings; // what follows -W
     bool listsWarnings = false;
     bool showsTrace = false;
+    bool skipsForeign = false;
     ColorMode color = ColorMode::Auto;
     std::vector<std::string> inputs;
 };
@@ -53,7 +54,7 @@ public:
             reportError(error.what());
             raise(kUnusable);
         };
-        for (const Input& input : collectInputs(options_.inputs, {}, unreadable)) {
+        for (const Input& input : collectInputs(options_.inputs, {{}, options_.skipsForeign}, unreadable)) {
             try {
                 tryFile(input.file);
             } catch (const FileError& error) {
@@ -188,6 +189,7 @@ void addTry(CLI::App& app, int& exitCode)
     addSwitchOptions(*command, options->warnings, options->listsWarnings,
                      "-Wno-NAME switches a warning off, -WNAME on again; -Wno-all and -Wall every one of them");
     addColorOption(*command, options->color);
+    command->add_flag("--skip-foreign", options->skipsForeign, kSkipForeignHelp);
     command->add_option("IN", options->inputs, "DICOM files, and folders with all files below them")->type_name("");
     command->footer(footer());
     command->callback([=, &exitCode] {

@@ -13,6 +13,7 @@ class ToolApplyInputs : public ToolApply {
 protected:
     void SetUp() override
     {
+        ToolApply::SetUp();
         dir.write("n.map", "(0010,0020)=concat(\"N-\",(0010,0020))\n");
         copy("CT_small.dcm", "A/b/x.dcm");
         copy("MR_small.dcm", "A/y.dcm");
@@ -83,6 +84,70 @@ TEST_F(ToolApplyInputs, mountsAreNoOtherFiles)
     EXPECT_EQ(runMounted("mount --bind A/y.dcm m.dcm", "apply --single n.map --in-place A m.dcm").exitCode, 0);
     EXPECT_EQ(value("A/y.dcm", DCM_PatientID), "N-N-4MR1");
     EXPECT_EQ(value("A/b/x.dcm", DCM_PatientID), "N-N-1CT1");
+}
+
+TEST_F(ToolApplyInputs, listsOfOtherSystems)
+{
+    const std::string list = "apply --single n.map --in-place --from-file - ";
+    struct Case {
+        const char* content;
+        const char* changed;
+    };
+    copy("CT_small.dcm", "odd\r");
+    constexpr Case kCases[] = {{R"(A/y.dcm\r\nA/b/x.dcm\r\n)", "A/b/x.dcm"},
+                               {R"(A/y.dcm\r\nct.dcm)", "ct.dcm"},
+                               {R"(odd\r\nA/y.dcm\n)", "odd\r"},
+                               {R"(odd\r\0)", "odd\r"}};
+    for (const Case& c : kCases) {
+        const std::string before = value(c.changed, DCM_PatientID);
+        const ToolRun result = run(list, std::string("printf '") + c.content + "' |");
+        EXPECT_EQ(result.exitCode, 0) << c.content << result.errors;
+        EXPECT_EQ(value(c.changed, DCM_PatientID), "N-" + before) << c.content;
+    }
+}
+
+TEST_F(ToolApplyInputs, aHyphenIsNoFile)
+{
+    for (const char* wrong : {"-o - ct.dcm", "--report - --in-place ct.dcm"}) {
+        const ToolRun result = run(std::string("apply --single n.map ") + wrong);
+        EXPECT_EQ(result.exitCode, 2) << wrong;
+        EXPECT_NE(result.errors.find("write ./- for one of this name"), std::string::npos) << result.errors;
+    }
+    EXPECT_FALSE(fs::exists(dir.path() / "-"));
+    const ToolRun asInput = run("apply --single n.map -o out - <ct.dcm");
+    EXPECT_EQ(asInput.exitCode, 1);
+    EXPECT_EQ(asInput.errors, "kxmap: -: standard input is no file to work on; a file of this name is ./-\n");
+    EXPECT_EQ(run("apply --single n.map -o ./- ct.dcm").exitCode, 0);
+    EXPECT_EQ(value("-", DCM_PatientID), "N-1CT1");
+}
+
+// A CD has texts, programs and an index beside its images; what may be an image and is damaged is never left out.
+TEST_F(ToolApplyInputs, foreignFilesCanBeLeftOut)
+{
+    dir.write("A/README.TXT", "The images are in DICOM.\r\n");
+    dir.write("A/VIEWER.EXE", "MZ" + std::string(2000, '\0'));
+    dir.write("A/icon", std::string("\0\0\1\0\1\0", 6));
+    copy("dicomdirtests/DICOMDIR", "A/DICOMDIR");
+    copy("ExplVR_BigEndNoMeta.dcm", "A/bare.dcm");
+    copy("image_dfl.dcm", "A/deflated.dcm");
+    const std::string skip = "apply --single n.map -o out --skip-foreign A ";
+    const ToolRun result = run(skip + "--report r.jsonl");
+    EXPECT_EQ(result.exitCode, 0);
+    EXPECT_EQ(result.errors, "kxmap: 4 files are skipped: no DICOM files, or a DICOMDIR\n");
+    EXPECT_EQ(std::ranges::count(contentOf(dir.path() / "r.jsonl"), '\n'), 4);
+    EXPECT_TRUE(value("out/bare.dcm", DCM_PatientID).starts_with("N-"));
+    EXPECT_NE(run("try --single n.map --skip-foreign A").exitCode, 2);
+    EXPECT_EQ(run("try --single n.map A").exitCode, 2);
+    EXPECT_EQ(run(skip + "A/README.TXT").exitCode, 1) << "named itself";
+
+    dir.write("damaged/empty", "");
+    dir.write("damaged/zeros", std::string(4000, '\0'));
+    dir.write("damaged/cut", contentOf(dir.path() / "ct.dcm").substr(0, 2000));
+    dir.write("damaged/meta", contentOf(dir.path() / "ct.dcm").substr(0, 200));
+    const ToolRun damaged = run("apply --single n.map -o out --skip-foreign damaged");
+    EXPECT_EQ(damaged.exitCode, 1);
+    EXPECT_EQ(std::ranges::count(damaged.errors, '\n'), 4) << damaged.errors;
+    EXPECT_EQ(damaged.errors.find("skipped"), std::string::npos) << damaged.errors;
 }
 
 #endif
