@@ -41,7 +41,7 @@ public:
         if (ruleFiles_.empty()) throw std::runtime_error(whyNoRules(options.rules));
         for (const RuleFile& file : ruleFiles_) rulesInOrder_.push_back(&file);
         extent_ = extentOf(rulesInOrder_);
-        if (!options.files.needsRecording()) rules_.emplace(options.rules);
+        if (!options.files.needsRecording()) rules_.emplace(ruleFiles_);
     }
 
     int perform()

@@ -114,6 +114,7 @@ RuleFile readRuleText(std::string_view text, const std::filesystem::path& name)
     const EngineListened listened;
     RuleFile file;
     file.path = name;
+    file.bytes = text;
     unsigned line = 1;
     std::size_t column = 0;
     while (!text.empty()) {

@@ -51,6 +51,7 @@ struct RuleLine {
 struct RuleFile {
     std::filesystem::path path;
     std::vector<RuleLine> lines; ///< in the order of the file
+    std::string bytes{};         ///< its content
 
     std::size_t ruleCount() const;
     std::size_t badCount() const; ///< of lines that are lost

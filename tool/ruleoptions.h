@@ -28,8 +28,7 @@ void setUserFields(const std::vector<std::string>& assignments, KXCustomFields& 
 /// @throws std::runtime_error when DCMTK's data dictionary is not there: no rule could write then.
 void requireDictionary();
 
-/// Reads the files that Rules::apply() would go through, in that order. What is dropped of them is
-/// reported as warnings.
+/// Reads the mapping files of a run, once each, in their order. What is dropped of them is reported as warnings.
 /// @return the files, perhaps none, and in `lostCount` how many lines are dropped with a message.
 /// @throws FileError for what cannot be read.
 std::vector<RuleFile> readChosenRules(const RuleChoice& choice, std::size_t& lostCount);

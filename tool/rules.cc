@@ -1,77 +1,30 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Loading and applying rules through the library's public interface.
+// Mapping files are opened by the tool, once each; what was read is given to the library.
 #include "tool/rules.h"
 
 #include "tool/mappingsfolder.h"
 #include "tool/output.h"
 
 #include <cerrno>
-#include <cstdlib>
-#include <fmt/format.h>
-#include <optional>
+#include <cstdio>
 #include <tuple>
-#include <unistd.h>
 
 namespace kxtool {
 namespace {
 
 namespace fs = std::filesystem;
 
-constexpr const char* kRootVariable = "DICOM_VAR";
-constexpr const char* kFolderName = "mappings";
-
 using Stream = std::unique_ptr<std::FILE, int (*)(std::FILE*)>;
-
-Stream openMapping(const fs::path& file)
-{
-    Stream stream(std::fopen(file.c_str(), "rt"), &std::fclose);
-    if (!stream) throw FileError(file, systemReason(errno));
-    std::error_code failure;
-    if (!fs::is_regular_file(file, failure)) throw FileError(file, "not a regular file"); // a folder opens, too
-    return stream;
-}
-
-// The library looks below DICOM_VAR alone. While this lives, that is a folder of our own in which "mappings" leads to
-// the folder that the user named, whatever its name.
-class MappingsRoot {
-public:
-    explicit MappingsRoot(const fs::path& mappings)
-    {
-        std::string pattern = (fs::temp_directory_path() / "kxmap-XXXXXX").native();
-        if (mkdtemp(pattern.data()) == nullptr) throw FileError(pattern, systemReason(errno));
-        root_ = pattern;
-        if (const char* value = std::getenv(kRootVariable)) before_ = value;
-        setenv(kRootVariable, root_.c_str(), 1);
-        std::error_code failure;
-        fs::create_directory_symlink(fs::canonical(mappings, failure), root_ / kFolderName, failure);
-        if (failure) {
-            leave();
-            throw FileError(mappings, failure.message());
-        }
-    }
-    ~MappingsRoot() { leave(); }
-    MappingsRoot(const MappingsRoot&) = delete;
-    MappingsRoot& operator=(const MappingsRoot&) = delete;
-
-private:
-    void leave()
-    {
-        unlink((root_ / kFolderName).c_str());
-        rmdir(root_.c_str());
-        if (before_) setenv(kRootVariable, before_->c_str(), 1);
-        else unsetenv(kRootVariable);
-    }
-
-    fs::path root_;
-    std::optional<std::string> before_;
-};
 
 } // namespace
 
 std::vector<fs::path> filesOf(const RuleChoice& choice)
 {
     if (!choice.singleFile.empty()) {
-        std::ignore = openMapping(choice.singleFile);
+        std::error_code failure;
+        const fs::file_status status = fs::status(choice.singleFile, failure);
+        if (fs::exists(status) && !fs::is_regular_file(status))
+            throw FileError(choice.singleFile, "not a regular file"); // a pipe would wait for somebody to write
         return {choice.singleFile};
     }
     const fs::path folder = findMappingsFolder(choice.mappingsFolder);
@@ -83,36 +36,24 @@ std::vector<fs::path> filesOf(const RuleChoice& choice)
     return files;
 }
 
-Rules::Rules(const RuleChoice& choice) : aeTitle_(choice.aeTitle)
+// The library reads a text in memory in other pieces than a file: long lines whole, and nothing after a NUL byte.
+std::unique_ptr<Mapping> mappingOf(std::string_view bytes, const char* title)
 {
-    if (choice.singleFile.empty()) loadSet(choice);
-    else loadSingle(choice.singleFile);
+    if (bytes.empty()) return std::make_unique<Mapping>("", title);
+    // Opened for reading, the memory is only read.
+    const Stream stream(fmemopen(const_cast<char*>(bytes.data()), bytes.size(), "r"), &std::fclose);
+    if (!stream) throw FileError(title, systemReason(errno));
+    return std::make_unique<Mapping>(stream.get(), title);
 }
 
-void Rules::loadSingle(const std::string& file)
+Rules::Rules(const std::vector<RuleFile>& files)
 {
-    const Stream stream = openMapping(file);
-    single_ = std::make_unique<Mapping>(stream.get(), fs::path(file).stem().c_str());
-}
-
-void Rules::loadSet(const RuleChoice& choice)
-{
-    const fs::path folder = findMappingsFolder(choice.mappingsFolder);
-    std::optional<MappingsRoot> root;
-    if (!choice.mappingsFolder.empty()) root.emplace(folder);
-    set_ = choice.isOutbound ? std::make_unique<MappingSet>(true, choice.aeTitle.c_str(), true)
-                             : std::make_unique<MappingSet>();
+    for (const RuleFile& file : files) mappings_.push_back(mappingOf(file.bytes, file.path.stem().c_str()));
 }
 
 void Rules::apply(MappingSession& session) const
 {
-    if (single_) {
-        std::ignore = single_->apply(session); // always 0
-        return;
-    }
-    std::ignore = set_->applyGlobal(GlobalPre, session);
-    std::ignore = set_->apply(aeTitle_.c_str(), session);
-    std::ignore = set_->applyGlobal(GlobalPost, session);
+    for (const auto& mapping : mappings_) std::ignore = mapping->apply(session); // always 0
 }
 
 } // namespace kxtool
