@@ -2,15 +2,19 @@
 // The rules by which mapping files are named.
 #include "tool/mappingsfolder.h"
 
+#include "tool/lintnames.h" // editDistance
 #include "tool/output.h"
 
 #include "kxmap/core/inspect.h"
+
+#include <dcmtk/ofstd/ofstd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
 #include <string_view>
 #include <unistd.h>
+#include <utility>
 
 namespace kxtool {
 namespace {
@@ -25,6 +29,13 @@ bool isFile(const fs::path& path)
 {
     std::error_code failure;
     return path.native().size() <= kxmap::kMaxPathBytes && fs::is_regular_file(path, failure);
+}
+
+std::string inLowerCase(const std::string& title)
+{
+    OFString lower;
+    OFStandard::toLower(lower, OFString(title.data(), title.size()));
+    return {lower.data(), lower.size()};
 }
 
 } // namespace
@@ -58,6 +69,21 @@ std::vector<MappingSlot> slotsFor(const fs::path& folder, Direction direction, c
     const bool hasFile = aeTitle.find('/') == std::string::npos && aeTitle.size() < kxmap::kMappingNameBytes;
     for (MappingSlot& slot : slots) slot.isThere = (hasFile || slot.role != Role::Title) && isFile(folder / slot.name);
     return slots;
+}
+
+std::string titleMeantBy(const fs::path& folder, Direction direction, const std::string& aeTitle)
+{
+    constexpr std::size_t kShort = 4; // a title of so many bytes is another one with two changes
+    const std::size_t most = aeTitle.size() <= kShort ? 1 : 2;
+    std::string meant;
+    std::size_t least = most + 1;
+    for (std::string& title : titlesIn(folder, direction)) {
+        const std::size_t distance = editDistance(inLowerCase(aeTitle), inLowerCase(title));
+        if (distance >= least) continue;
+        least = distance;
+        meant = std::move(title);
+    }
+    return meant;
 }
 
 std::vector<std::string> titlesIn(const fs::path& folder, Direction direction, bool withOutboundNames)

@@ -26,6 +26,9 @@ std::filesystem::path findMappingsFolder(const std::string& given);
 ///         file in the middle is left out: what everybody else gets.
 std::vector<MappingSlot> slotsFor(const std::filesystem::path& folder, Direction direction, const std::string& aeTitle);
 
+/// @return the AE title with a mapping of its own that somebody probably meant who wrote this one; empty without a guess.
+std::string titleMeantBy(const std::filesystem::path& folder, Direction direction, const std::string& aeTitle);
+
 /// @return the AE titles that have a mapping of their own, in the order of their bytes.
 /// @param withOutboundNames whether inbound "X.out" is one for every "X.out.map", as the engine has it.
 std::vector<std::string> titlesIn(const std::filesystem::path& folder, Direction direction,

@@ -2,6 +2,7 @@
 // Options that several commands share.
 #include "tool/ruleoptions.h"
 
+#include "tool/mappingsfolder.h"
 #include "tool/output.h"
 
 #include <dcmtk/dcmdata/dcdict.h>
@@ -32,6 +33,30 @@ void reportLostRules(const RuleFile& file)
     reportWarning(fmt::format("{}: {} {} dropped, the first at line {}: {}", printable(file.path.native()), count,
                               count == 1 ? "rule" : "rules", first->line,
                               message.empty() ? "the left side is no target" : printable(message)));
+}
+
+Direction directionOf(const RuleChoice& choice)
+{
+    return choice.isOutbound ? Direction::Outbound : Direction::Inbound;
+}
+
+std::string didYouMean(const RuleChoice& choice)
+{
+    const std::string meant =
+        titleMeantBy(findMappingsFolder(choice.mappingsFolder), directionOf(choice), choice.aeTitle);
+    return meant.empty() ? "" : fmt::format("; did you mean {}?", printable(meant));
+}
+
+// No error: an AE title without a file of its own gets what everybody gets.
+void reportMissingTitle(const RuleChoice& choice)
+{
+    for (const MappingSlot& slot :
+         slotsFor(findMappingsFolder(choice.mappingsFolder), directionOf(choice), choice.aeTitle)) {
+        if (slot.role != MappingSlot::Role::Title || slot.isThere) continue;
+        const std::string hint = didYouMean(choice);
+        reportWarning(fmt::format("no file {}{}", printable(slot.name.native()),
+                                  hint.empty() ? ": the global mapping files alone apply" : hint));
+    }
 }
 
 } // namespace
@@ -87,12 +112,13 @@ std::vector<RuleFile> readChosenRules(const RuleChoice& choice, std::size_t& los
         reportLostRules(files.back());
         lostCount += files.back().badCount();
     }
+    if (choice.singleFile.empty() && !files.empty()) reportMissingTitle(choice);
     return files;
 }
 
 std::string whyNoRules(const RuleChoice& choice)
 {
-    return fmt::format("no mapping file applies to AE title {}", printable(choice.aeTitle));
+    return fmt::format("no mapping file applies to AE title {}{}", printable(choice.aeTitle), didYouMean(choice));
 }
 
 } // namespace kxtool

@@ -18,6 +18,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <stdexcept>
 #include <string>
 #include <vector>
 
@@ -44,7 +45,7 @@ public:
     {
         std::size_t lostCount = 0;
         files_ = readChosenRules(options.rules, lostCount);
-        if (files_.empty()) reportWarning(whyNoRules(options.rules));
+        if (files_.empty()) throw std::runtime_error(whyNoRules(options.rules));
         if (lostCount > 0) raise(kShortcoming);
     }
 

@@ -98,4 +98,42 @@ TEST_F(ToolLoading, readsTheFilesOfTheRunAlone)
     EXPECT_EQ(value("out.dcm", DCM_PatientID), "out");
 }
 
+TEST_F(ToolLoading, noticesAnAeTitleWithoutAFile)
+{
+    dir.write("maps/global/pre.map", "(0010,0020)=\"pre\"\n");
+    dir.write("maps/global/outpost.map", "(0010,0020)=\"post\"\n");
+    for (const char* file : {"maps/CT1.map", "maps/ARCHIVE.out.map", "alone/CT1.map", "alone/ARCHIVE.out.map"})
+        dir.write(file, "(0010,0010)=\"x\"\n");
+    struct Case {
+        const char* title;
+        const char* missing; // behind "no file "; empty for a title that has one
+        const char* hint;
+    };
+    constexpr Case kCases[] = {
+        {"CT1", "", ""},
+        {"ct1", "ct1.map", "; did you mean CT1?"},
+        {"CT*", "CT*.map", "; did you mean CT1?"},
+        {"CT11", "CT11.map", "; did you mean CT1?"},
+        {"MR2", "MR2.map", ""},
+        {"ARCHIVE --outbound", "", ""},
+        {"ARCHVE --outbound", "ARCHVE.out.map", "; did you mean ARCHIVE?"},
+        {"CT1 --outbound", "CT1.out.map", ""},
+    };
+    for (const Case& c : kCases) {
+        const std::string title = "--aet "s + c.title;
+        const std::string missing = c.missing;
+        for (const char* command : {"try", "apply --dry-run"}) {
+            const ToolRun there = run(command + " ct.dcm --mappings maps "s + title);
+            EXPECT_EQ(there.exitCode, 0) << title << there.errors;
+            const std::string hint = *c.hint != '\0' ? c.hint : ": the global mapping files alone apply";
+            EXPECT_EQ(there.errors, missing.empty() ? "" : "kxmap: warning: no file " + missing + hint + "\n");
+            const ToolRun none = run(command + " ct.dcm --mappings alone "s + title);
+            EXPECT_EQ(none.exitCode, missing.empty() ? 0 : 2) << title << none.errors;
+            if (missing.empty()) continue;
+            EXPECT_THAT(none.errors, HasSubstr("no mapping file applies to AE title "));
+            EXPECT_THAT(none.errors, HasSubstr(c.hint));
+        }
+    }
+}
+
 #endif
