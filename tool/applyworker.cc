@@ -162,14 +162,14 @@ void FileWorker::applyAtOnce(const FileTask& task, MappingSession& session, Pend
 
 void FileWorker::applySingly(const FileTask& task, MappingSession& session, Recording& recording) const
 {
-    recording.run(rules_.single, session, true);
+    recording.run(rules_.single, session);
     for (const Step& step : recording.steps()) {
         for (const std::string& message : step.messages)
             reportWarning(fmt::format("{}: {} ({})", printable(task.input->file.native()), printable(message),
                                       placeOfRule(step)));
     }
     if (!recording.failure().empty()) throw FileError(task.input->file, recording.failure());
-    if (!options_.keepsOriginals || options_.isDryRun) return;
+    if (!options_.keepsOriginals) return;
     const std::string failure = addOriginalAttributes(*session.dataset, recording, options_.notes);
     if (!failure.empty()) throw FileError(task.input->file, failure);
 }

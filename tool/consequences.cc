@@ -75,11 +75,15 @@ const Kept kKept[] = {
     {DCM_PixelData, kPixels, Harm::WhenChanged, "the image itself"},
 };
 
+bool isTopLevel(const Place& place)
+{
+    return place.name.find('[') == std::string::npos;
+}
+
 std::optional<Fault> keptFault(const Change& change)
 {
     const auto* kept = std::ranges::find(kKept, change.place.tag, &Kept::key);
-    const bool isTopLevel = change.place.name.find('[') == std::string::npos;
-    if (kept == std::end(kKept) || !isTopLevel || change.before.value_or("").empty()) return std::nullopt;
+    if (kept == std::end(kKept) || !isTopLevel(change.place) || change.before.value_or("").empty()) return std::nullopt;
     const char* what = !change.after ? "deleted" : change.after->empty() ? "emptied" : "changed";
     if (kept->harm == Harm::WhenLost && change.after && !change.after->empty()) return std::nullopt;
     return Fault{kept->name, fmt::format("{}: {}", what, kept->text)};
@@ -104,11 +108,14 @@ bool isNumber(DcmEVR vr)
     return std::ranges::find(kNumbers, vr) != std::end(kNumbers);
 }
 
-std::optional<Fault> headerFault(const Change& change)
+std::optional<Fault> headerFault(const Step& step)
 {
-    const unsigned group = change.place.tag.getGroup();
-    if (!change.after || (group != 0x0000 && group != 0x0002)) return std::nullopt;
-    return Fault{kHeaderGroup, fmt::format("group {:04x} is no part of a dataset: the file is not valid", group)};
+    const unsigned group = step.place.tag.getGroup();
+    const bool isThere = step.effect == Effect::Set || step.effect == Effect::Created;
+    if (step.place.kind != Place::Kind::Element || !isThere || (group != 0x0000 && group != 0x0002))
+        return std::nullopt;
+    const char* what = isTopLevel(step.place) ? "it is left out of the file" : "the file is not valid";
+    return Fault{kHeaderGroup, fmt::format("group {:04x} is no part of a dataset: {}", group, what)};
 }
 
 // What became of a number: those that do not fit are cut to their low bits, or not written at all.
@@ -128,6 +135,8 @@ std::optional<Fault> writingFault(const Step& step, const RunCharacterSets& sets
         return Fault{kNoText, fmt::format("{} is an element in which rules see no text: an empty one was written",
                                           shownQuoted(step.unseen))};
     if (step.place.kind != Place::Kind::Element) return std::nullopt;
+    if (step.place.tag.getElement() == 0x0000 && !headerFault(step))
+        return Fault{kNotTaken, "a group length is counted when the file is written"};
     const DcmEVR vr = DcmVR(step.vr.c_str()).getEVR();
     const std::string value = shownQuoted(sets.after(step).readable(*step.value));
     if (isNumber(vr) && !isSameNumbers(*step.value, *step.after, vr))
@@ -153,7 +162,9 @@ public:
         }
         for (std::size_t number = begin; number < recording_.steps().size(); ++number) {
             const Step& step = recording_.steps()[number];
-            if (auto fault = writingFault(step, sets_)) add(std::move(*fault), step.place, step);
+            for (auto& fault : {writingFault(step, sets_), headerFault(step)}) {
+                if (fault) add(*fault, step.place, step);
+            }
         }
         std::ranges::stable_sort(found_, {}, [](const Consequence& one) { return one.step->number; });
         return std::move(found_);
@@ -168,7 +179,6 @@ private:
     void lookAt(const Change& change)
     {
         const Step& step = *change.steps.back();
-        if (auto fault = headerFault(change)) add(std::move(*fault), change.place, step);
         if (auto fault = keptFault(change)) add(std::move(*fault), change.place, step);
         if (change.place.name == "(0008,0005)") lookForRelabelled(change);
         if (!change.after) return;

@@ -2,11 +2,18 @@
 // DCMTK's elements, as the tool looks at them.
 #include "tool/elements.h"
 
+#include <dcmtk/dcmdata/dcdatset.h>
+#include <dcmtk/dcmdata/dcistrmb.h>
+#include <dcmtk/dcmdata/dcostrmb.h>
+#include <dcmtk/dcmdata/dcpixel.h>
+#include <dcmtk/dcmdata/dcpixseq.h>
 #include <dcmtk/dcmdata/dcsequen.h>
+#include <dcmtk/dcmdata/dcwcache.h>
 
 #include <fmt/format.h>
 #include <optional>
 #include <string_view>
+#include <tuple>
 
 namespace kxtool {
 namespace {
@@ -31,6 +38,61 @@ bool isBinary(DcmEVR vr)
     default:
         return false;
     }
+}
+
+// Where an item of the offset table comes before the fragments.
+std::optional<unsigned long> fragmentCount(DcmElement& element)
+{
+    auto* pixels = dynamic_cast<DcmPixelData*>(&element);
+    if (pixels == nullptr) return std::nullopt;
+    E_TransferSyntax syntax = EXS_Unknown;
+    const DcmRepresentationParameter* parameter = nullptr;
+    pixels->getOriginalRepresentationKey(syntax, parameter);
+    DcmPixelSequence* fragments = nullptr;
+    if (!DcmXfer(syntax).isEncapsulated() ||
+        pixels->getEncapsulatedRepresentation(syntax, parameter, fragments).bad() || fragments == nullptr)
+        return std::nullopt;
+    return fragments->card() == 0 ? 0 : fragments->card() - 1;
+}
+
+std::string shownBytes(DcmElement& element)
+{
+    if (const auto count = fragmentCount(element))
+        return fmt::format("<{} fragment{}>", *count, *count == 1 ? "" : "s");
+    return fmt::format("<{} bytes>", element.getLengthField());
+}
+
+// What single elements are written in: that of the file, or the one of the dataset around encapsulated pixel data.
+E_TransferSyntax syntaxOfElements(E_TransferSyntax syntax)
+{
+    const DcmXfer transfer(syntax);
+    const bool isPlain =
+        syntax != EXS_Unknown && !transfer.isEncapsulated() && transfer.getStreamCompression() == ESC_none;
+    return isPlain ? syntax : EXS_LittleEndianExplicit;
+}
+
+/// Copies a dataset by writing and reading it.
+OFCondition writeAndRead(DcmDataset& from, DcmDataset& to, E_TransferSyntax syntax)
+{
+    const std::size_t size =
+        from.calcElementLength(syntax, EET_ExplicitLength); // and an item's head, which is not written
+    const auto buffer = std::make_unique_for_overwrite<char[]>(size);
+    DcmOutputBufferStream output(buffer.get(), static_cast<offile_off_t>(size));
+    DcmWriteCache cache;
+    from.transferInit();
+    OFCondition result = from.write(output, syntax, EET_ExplicitLength, &cache, EGL_noChange, EPD_noChange);
+    from.transferEnd();
+    if (result.bad()) return result;
+    void* bytes = nullptr;
+    offile_off_t count = 0;
+    output.flushBuffer(bytes, count);
+    DcmInputBufferStream input;
+    input.setBuffer(bytes, count);
+    input.setEos();
+    to.transferInit();
+    result = to.read(input, syntax, EGL_noChange, DCM_MaxReadLength);
+    to.transferEnd();
+    return result;
 }
 
 bool isSameItem(DcmItem& a, DcmItem& b)
@@ -81,10 +143,22 @@ std::string shownText(DcmElement& element)
         const unsigned long count = static_cast<DcmSequenceOfItems&>(element).card();
         return fmt::format("<{} item{}>", count, count == 1 ? "" : "s");
     }
-    if (isBinary(element.ident())) return fmt::format("<{} bytes>", element.getLengthField());
+    if (isBinary(element.ident())) return shownBytes(element);
     if (char* text = nullptr; element.getString(text).good()) return text == nullptr ? "" : text;
     OFString numbers;
     return element.getOFStringArray(numbers).good() ? numbers.c_str() : "";
+}
+
+std::unique_ptr<DcmElement> readBack(DcmElement* element, E_TransferSyntax syntax)
+{
+    std::unique_ptr<DcmElement> copy = copyOf(element);
+    if (!copy || isBinary(copy->ident())) return copy;
+    DcmDataset written;
+    DcmDataset read;
+    if (written.insert(copy.get()).bad()) return copy;
+    std::ignore = copy.release(); // the dataset owns it now
+    if (writeAndRead(written, read, syntaxOfElements(syntax)).bad() || read.card() != 1) return copyOf(element);
+    return std::unique_ptr<DcmElement>(read.remove(0UL));
 }
 
 bool hasText(DcmElement& element)

@@ -17,8 +17,14 @@ DcmElement* elementOf(DcmItem* item, const DcmTagKey& key);
 /// @param element null for none. @return a copy; null for none.
 std::unique_ptr<DcmElement> copyOf(DcmElement* element);
 
-/// @return the element's text, numbers included; what is neither, in words: "<4 bytes>", "<2 items>".
+/// @return the element's text, numbers included; what is neither, in words: "<4 bytes>", "<2 items>", and of
+///         encapsulated pixel data "<3 fragments>".
 std::string shownText(DcmElement& element);
+
+/// @param element null for none.
+/// @return the element as a reader finds it in a file of that transfer syntax, where padding is no part of a text; null
+///         for none. What holds bytes, and what cannot be written, is copied as it is.
+std::unique_ptr<DcmElement> readBack(DcmElement* element, E_TransferSyntax syntax);
 
 /// @return whether rules see the element's text, be it empty: they see none in numbers, bytes, tags and sequences.
 bool hasText(DcmElement& element);

@@ -94,9 +94,9 @@ Elements changedElements(DcmDataset& dataset, const Recording& recording)
     const CharacterSet set = setBefore(dataset, recording);
     Elements changed;
     for (const auto& [key, before] : recording.originals()) {
-        DcmElement* const now = elementOf(dataset, key);
-        if (!isSameElement(now, before.get()) && key.getGroup() >= kFirstDataGroup)
-            changed[key] = listed(before.get(), now, set);
+        const auto now = readBack(elementOf(dataset, key), dataset.getOriginalXfer());
+        if (!isSameElement(now.get(), before.get()) && key.getGroup() >= kFirstDataGroup)
+            changed[key] = listed(before.get(), now.get(), set);
     }
     return changed;
 }

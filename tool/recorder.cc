@@ -3,7 +3,10 @@
 #include "tool/recorder.h"
 
 #include "KXItem.h"
+#include "tool/heldvalue.h"
 #include "tool/messagetap.h"
+
+#include <dcmtk/dcmdata/dcsequen.h>
 
 #include <algorithm>
 #include <fmt/format.h>
@@ -37,37 +40,6 @@ std::string pathName(const std::list<int>& path, DcmTagKey& topLevel)
     if (name.empty()) topLevel = key;
     return name + keyText(key);
 }
-
-/// A value that the engine made, and its counting, for a value that an exception may pass.
-class HeldValue {
-public:
-    explicit HeldValue(Value* value) : value_(value) {}
-    ~HeldValue()
-    {
-        if (value_ != nullptr && --value_->refCount == 0) delete value_;
-    }
-    HeldValue(const HeldValue&) = delete;
-    HeldValue& operator=(const HeldValue&) = delete;
-
-    Value* get() const { return value_; }
-
-    /// @return what it stands for; null for a text and for NULL.
-    DcmElement* element() const { return value_ == nullptr ? nullptr : static_cast<DcmElement*>(*value_); }
-
-    /// @return as rules see it; none for NULL.
-    std::optional<std::string> text() const
-    {
-        if (value_ == nullptr) return std::nullopt;
-        const char* text = value_->getString();
-        return text == nullptr ? "" : text;
-    }
-
-    /// @return what an element shows in which rules see no text; empty for others.
-    std::string unseen() const { return element() == nullptr || hasText(*element()) ? "" : shownText(*element()); }
-
-private:
-    Value* value_;
-};
 
 } // namespace
 
@@ -109,6 +81,19 @@ public:
 
     DcmElement* element() const { return elementOf(item(), place.tag); }
 
+    /// @param topLevel the dataset's element that holds it, or the element itself; null where there is none.
+    /// @return what stands at this place in it; null for nothing.
+    DcmElement* elementIn(DcmElement* topLevel) const
+    {
+        if (topLevel == nullptr || path_.size() == 2) return topLevel;
+        if (topLevel->ident() != EVR_SQ) return nullptr;
+        auto& sequence = static_cast<DcmSequenceOfItems&>(*topLevel);
+        std::list<int> rest(std::next(path_.begin(), 2), path_.end());
+        const auto index = static_cast<unsigned long>(std::max(rest.front(), 0));
+        rest.pop_front();
+        return index < sequence.card() ? elementOf(getParentItem(rest, sequence.getItem(index)), place.tag) : nullptr;
+    }
+
     /// @return whether the tag is one that the engine can make: of the dictionary, or of the server's block.
     bool isOfOurBlock() const
     {
@@ -148,10 +133,10 @@ private:
     std::string name_;
 };
 
-/// A place that a rule has written, as it was before the first of them.
+/// A place that a rule has written, as it was before the first rule of all.
 struct Recording::Tracked {
     Target target;
-    std::unique_ptr<DcmElement> element;
+    DcmElement* element; // one of originals_, or in one
     std::optional<std::string> text;
     std::string vr;
     std::vector<std::size_t> steps;
@@ -162,16 +147,15 @@ Recording::~Recording() = default;
 Recording::Recording(Recording&&) noexcept = default;
 Recording& Recording::operator=(Recording&&) noexcept = default;
 
-void Recording::begin(MappingSession& session, bool keepsOriginals)
+void Recording::begin(MappingSession& session)
 {
     *this = {};
     session_ = &session;
-    keepsOriginals_ = keepsOriginals;
 }
 
-void Recording::run(const RulesInOrder& files, MappingSession& session, bool keepsOriginals)
+void Recording::run(const RulesInOrder& files, MappingSession& session)
 {
-    begin(session, keepsOriginals);
+    begin(session);
     MessageTap tap;
     for (const RuleFile* file : files) {
         session.variables.clear(); // as the engine does when a mapping begins
@@ -250,7 +234,7 @@ Recording::Before Recording::lookAt(const Target& target) const
     if (!target.isElement()) return before;
     before.element = copyOf(target.element());
     const DcmTagKey& top = target.place.topLevel;
-    if (keepsOriginals_ && !originals_.contains(top)) before.original = copyOf(elementOf(session_->dataset, top));
+    if (!originals_.contains(top)) before.original = copyOf(elementOf(session_->dataset, top));
     return before;
 }
 
@@ -271,27 +255,20 @@ Effect Recording::effectOf(const Target& target, const Step& step, bool isUntouc
 void Recording::keep(const Target& target, Before before)
 {
     const Place& place = target.place;
-    if (keepsOriginals_ && target.isElement()) originals_.try_emplace(place.topLevel, std::move(before.original));
+    if (target.isElement()) originals_.try_emplace(place.topLevel, std::move(before.original));
     auto found = tracked_.find(place);
     if (found == tracked_.end()) {
-        const std::string vr = before.element ? vrOf(*before.element) : "";
-        Tracked tracked{target, std::move(before.element), std::move(before.text), vr, {}};
-        if (wasMadeByARule(place)) {
-            tracked.element.reset();
-            tracked.text.reset();
+        Tracked tracked{target, nullptr, std::move(before.text), {}, {}};
+        if (target.isElement()) {
+            // An earlier rule may have put another sequence around it: what that holds was not there before.
+            tracked.element = target.elementIn(originals_.at(place.topLevel).get());
+            tracked.text = tracked.element ? std::optional(shownText(*tracked.element)) : std::nullopt;
+            tracked.vr = tracked.element ? vrOf(*tracked.element) : "";
         }
         found = tracked_.emplace(place, std::move(tracked)).first;
     }
     found->second.steps.push_back(steps_.size() - 1);
     touched_.emplace_back(steps_.size() - 1, place);
-}
-
-// What lies in a sequence that a rule created was not there before, whatever that rule copied into it.
-bool Recording::wasMadeByARule(const Place& place) const
-{
-    if (place.kind != Place::Kind::Element || place.tag == place.topLevel) return false;
-    const auto top = tracked_.find({Place::Kind::Element, keyText(place.topLevel), {}, {}});
-    return top != tracked_.end() && !top->second.element;
 }
 
 // Those that wrote it, and later ones that wrote a sequence around it.
@@ -308,6 +285,23 @@ std::vector<std::size_t> Recording::stepsOf(const Place& place, const Tracked& t
     return steps;
 }
 
+std::optional<Change> Recording::changeAt(const Place& place) const
+{
+    const Tracked& tracked = tracked_.at(place);
+    Change change{place, tracked.vr, tracked.text, {}, {}};
+    if (tracked.target.isElement()) {
+        const auto now = readBack(tracked.target.element(), session_->dataset->getOriginalXfer());
+        if (isSameElement(tracked.element, now.get())) return std::nullopt;
+        if (now) change.vr = vrOf(*now);
+        if (now) change.after = shownText(*now);
+    } else {
+        change.after = tracked.target.text();
+        if (change.before == change.after) return std::nullopt;
+    }
+    for (const std::size_t step : stepsOf(place, tracked)) change.steps.push_back(&steps_[step]);
+    return change;
+}
+
 std::vector<Change> Recording::changes(std::size_t begin) const
 {
     std::set<Place> places;
@@ -315,15 +309,7 @@ std::vector<Change> Recording::changes(std::size_t begin) const
     for (auto touch = first; touch != touched_.end(); ++touch) places.insert(touch->second);
     std::vector<Change> changes;
     for (const Place& place : places) {
-        const Tracked& tracked = tracked_.at(place);
-        DcmElement* now = tracked.target.isElement() ? tracked.target.element() : nullptr;
-        std::optional<std::string> text = tracked.target.text();
-        const bool isUnchanged =
-            tracked.target.isElement() ? isSameElement(tracked.element.get(), now) : tracked.text == text;
-        if (isUnchanged) continue;
-        Change change{place, now == nullptr ? tracked.vr : vrOf(*now), tracked.text, std::move(text), {}};
-        for (const std::size_t step : stepsOf(place, tracked)) change.steps.push_back(&steps_[step]);
-        changes.push_back(std::move(change));
+        if (auto change = changeAt(place)) changes.push_back(std::move(*change));
     }
     return changes;
 }

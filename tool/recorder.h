@@ -56,8 +56,8 @@ struct Step {
     std::optional<std::string> after;
     std::string vr; ///< of the element after it, or before it when it is gone; empty for others
     std::vector<std::string>
-        messages;        ///< "Coercion: ..." lines of the built-ins, from both channels, without line feed
-    std::string failure; ///< of a built-in that threw; the rule then wrote nothing
+        messages;                 ///< "Coercion: ..." lines of the built-ins, from both channels, without line feed
+    std::string failure;          ///< of a built-in that threw; the rule then wrote nothing
 };
 
 /// What an expression came to.
@@ -97,8 +97,7 @@ public:
 
     /// Starts anew.
     /// @param session applied to by every rule from now on.
-    /// @param keepsOriginals whether to copy the dataset's elements before they are changed, for originals().
-    void begin(MappingSession& session, bool keepsOriginals);
+    void begin(MappingSession& session);
 
     /// Applies one more rule and records it; none after a failure. Numbers are shown as numbers, elements that are no
     /// text in words ("<4 bytes>", "<2 items>"); a long text is kept whole. Standard error is caught meanwhile.
@@ -106,14 +105,15 @@ public:
     void apply(const RuleFile& file, const RuleLine& rule);
 
     /// Begins, and applies all rules of all files, plain variables emptied before each as the engine does.
-    void run(const RulesInOrder& files, MappingSession& session, bool keepsOriginals);
+    void run(const RulesInOrder& files, MappingSession& session);
 
     /// @return in their order; they stay where they are while rules are added.
     const std::deque<Step>& steps() const { return steps_; }
 
     /// @param begin the number of a step: only places that it or a later one changed.
-    /// @return the places that differ from before: elements in the order of their names, then custom fields, then
-    ///         variables. What changed and was changed back is none.
+    /// @return the places that differ from before the first rule, elements by what a reader of the file would find in
+    ///         them: elements in the order of their names, then custom fields, then variables. What changed and was
+    ///         changed back is none.
     std::vector<Change> changes(std::size_t begin = 0) const;
 
     /// @return empty, or why the run ended early.
@@ -129,7 +129,7 @@ private:
     struct Before {
         std::unique_ptr<DcmElement> element;
         std::optional<std::string> text;
-        std::unique_ptr<DcmElement> original; // the top-level element, when it is wanted
+        std::unique_ptr<DcmElement> original; // the top-level element, unless it is kept already
     };
 
     void apply(const RuleFile& file, const RuleLine& rule, MessageTap& tap);
@@ -137,11 +137,10 @@ private:
     Before lookAt(const Target& target) const;
     static Effect effectOf(const Target& target, const Step& step, bool isUntouched);
     void keep(const Target& target, Before before);
-    bool wasMadeByARule(const Place& place) const;
+    std::optional<Change> changeAt(const Place& place) const;
     std::vector<std::size_t> stepsOf(const Place& place, const Tracked& tracked) const;
 
     MappingSession* session_ = nullptr;
-    bool keepsOriginals_ = false;
     std::deque<Step> steps_;
     std::map<Place, Tracked> tracked_;
     std::vector<std::pair<std::size_t, Place>> touched_; // by which step, in their order

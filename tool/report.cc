@@ -103,6 +103,7 @@ std::string jsonLine(const FileReport& file, const Recording* recording, DcmData
             if (isReported(change)) changes.push_back(jsonOf(change, sets));
         }
         json["changes"] = std::move(changes);
+        json["warnings"] = warningsJson(findConsequences(*recording, *dataset, {}, 0));
         Json messages = messagesOf(*recording, sets.after());
         if (!messages.empty()) json["messages"] = std::move(messages);
     }

@@ -101,6 +101,19 @@ std::string placeName(const Place& place)
     return name == DcmTag_ERROR_TagName ? "" : name;
 }
 
+Json warningsJson(const std::vector<Consequence>& consequences)
+{
+    Json warnings = Json::array();
+    for (const Consequence& one : consequences) {
+        Json warning = {{"warning", one.name}};
+        warning.update(placeJson(one.place));
+        warning["text"] = one.text;
+        warning["rule"] = ruleJson(*one.step);
+        warnings.push_back(std::move(warning));
+    }
+    return warnings;
+}
+
 std::string noteOnUnseen(const std::string& unseen)
 {
     return fmt::format("the element holds {}, but rules see no text in its VR", shownQuoted(unseen));
@@ -232,14 +245,7 @@ Json RunReport::json(bool withTrace) const
         json["trace"] = Json::array();
         for (const Step& step : recording_.steps()) json["trace"].push_back(stepJson(step));
     }
-    json["warnings"] = Json::array();
-    for (const Consequence& one : consequences_) {
-        Json warning = {{"warning", one.name}};
-        warning.update(placeJson(one.place));
-        warning["text"] = one.text;
-        warning["rule"] = ruleJson(*one.step);
-        json["warnings"].push_back(std::move(warning));
-    }
+    json["warnings"] = warningsJson(consequences_);
     json["failure"] = recording_.failure().empty() ? Json(nullptr) : Json(asUtf8(recording_.failure()));
     return json;
 }

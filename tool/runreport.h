@@ -62,6 +62,9 @@ private:
     std::vector<Consequence> consequences_;
 };
 
+/// @return an array of {"warning", "kind", "place", "name", "text", "rule"}, in UTF-8.
+nlohmann::ordered_json warningsJson(const std::vector<Consequence>& consequences);
+
 /// @param unseen what an element holds. @return that rules see no text in it, as a sentence.
 std::string noteOnUnseen(const std::string& unseen);
 

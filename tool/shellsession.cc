@@ -145,7 +145,7 @@ void ShellSession::applyAll()
     session_ = {};
     session_.dataset = &dataset;
     gseed = 0;
-    recording_.begin(session_, true);
+    recording_.begin(session_);
     for (const RuleLine& rule : rules_) recording_.apply(source_, rule);
 }
 

@@ -9,6 +9,7 @@
 #include "tool/recorder.h"
 #include "tool/ruleoptions.h"
 #include "tool/runreport.h"
+#include "tool/sink.h"
 #include "tool/switches.h"
 #include "tool/table.h"
 
@@ -77,14 +78,31 @@ private:
         session.dataset = &file.dataset();
         setUserFields(options_.userFields, session.customFields);
         Recording recording;
-        recording.run(rules, session, true);
+        recording.run(rules, session);
+        const std::string obstacle = recording.failure().empty() ? whyUnwritable(file, path) : "";
         const RunReport report(recording, file.dataset(), wanted_);
-        if (options_.format == "json") printJson(path, report);
-        else printText(path, recording, report);
-        if (!report.consequences().empty() || !recording.failure().empty()) raise(kShortcoming);
+        if (options_.format == "json") printJson(path, report, obstacle);
+        else printText(path, recording, report, obstacle);
+        if (!report.consequences().empty() || !recording.failure().empty() || !obstacle.empty()) raise(kShortcoming);
     }
 
-    void printText(const std::filesystem::path& path, const Recording& recording, const RunReport& report)
+    /// Does what "kxmap apply" would do with the file, but for keeping the result.
+    /// @return empty, or why it cannot be written.
+    static std::string whyUnwritable(DicomFile& file, const std::filesystem::path& path)
+    {
+        try {
+            CountingSink sink(path);
+            file.writeTo(sink);
+            return {};
+        } catch (const FileError& error) {
+            const std::string text = error.what();
+            const std::string prefix = printable(path.native()) + ": "; // the report begins with it
+            return text.starts_with(prefix) ? text.substr(prefix.size()) : text;
+        }
+    }
+
+    void printText(const std::filesystem::path& path, const Recording& recording, const RunReport& report,
+                   const std::string& obstacle)
     {
         if (!isFirst_) printLine("");
         isFirst_ = false;
@@ -100,15 +118,22 @@ private:
         print(report.changes(look_));
         print(report.warnings(look_));
         if (!recording.failure().empty())
-            printLine(fmt::format("  {} {}:{}: the rules end here: {}", colored("failed:", Color::Red, look_.isColored),
-                                  shownUtf8(recording.steps().back().file->path.filename().native()),
-                                  recording.steps().back().rule->line, shownUtf8(recording.failure())));
+            printFailure(fmt::format("{}:{}: the rules end here: {}",
+                                     shownUtf8(recording.steps().back().file->path.filename().native()),
+                                     recording.steps().back().rule->line, shownUtf8(recording.failure())));
+        if (!obstacle.empty()) printFailure("cannot be written: " + shownUtf8(obstacle));
     }
 
-    void printJson(const std::filesystem::path& path, const RunReport& report)
+    void printFailure(const std::string& text) const
+    {
+        printLine(fmt::format("  {} {}", colored("failed:", Color::Red, look_.isColored), text));
+    }
+
+    void printJson(const std::filesystem::path& path, const RunReport& report, const std::string& obstacle)
     {
         nlohmann::ordered_json line = {{"file", path.native()}, {"aet", options_.rules.aeTitle}};
         line.update(report.json(options_.showsTrace));
+        line["unwritable"] = obstacle.empty() ? nlohmann::ordered_json(nullptr) : nlohmann::ordered_json(obstacle);
         printLine(line.dump(-1, ' ', false, nlohmann::json::error_handler_t::replace));
     }
 
@@ -145,7 +170,8 @@ int runTry(const TryOptions& options)
 
 std::string footer()
 {
-    return "Prints what changed: + added, ~ changed, - deleted; \"-\" where there is nothing. Texts are shown in "
+    return "Does all that \"kxmap apply\" does, and keeps nothing of it.\n"
+           "Prints what changed: + added, ~ changed, - deleted; \"-\" where there is nothing. Texts are shown in "
            "UTF-8,\n"
            "bytes that do not show as \\x1B. Custom fields are USER(name), variables $(name).\n"
            "\n"
@@ -165,14 +191,15 @@ std::string footer()
            "texts)\n"
            "  warnings  array of: warning (a name from above), kind, place, name, text, rule (file, line, text)\n"
            "  failure   null, or why the rules ended early, as they would in the server\n"
+           "  unwritable\n"
+           "            null, or why \"kxmap apply\" could not write the file after these changes\n"
            "\n"
            "Examples:\n"
            "  kxmap try image.dcm --aet CT1\n"
            "  kxmap try scans/ --aet CT1 --mappings new/mappings --format=json | jq .warnings\n"
            "\n"
-           "Exit codes: 0 nothing wrong; 1 warnings that are not switched off, dropped rules or a failed rule; 2 a "
-           "file\n"
-           "could not be read, no rules, or usage error.";
+           "Exit codes: 0 nothing wrong; 1 warnings that are not switched off, dropped rules, a failed rule or a file\n"
+           "that could not be written; 2 a file could not be read, no rules, or usage error.";
 }
 
 } // namespace

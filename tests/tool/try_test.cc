@@ -133,7 +133,7 @@ TEST_F(ToolTry, traceAndJson)
     EXPECT_EQ(json.output, R"-({"file":"ct.dcm","aet":"","changes":[{"sign":"~",)-" + place + R"-("vr":"PN",)-" +
                                texts + R"-("rules":[)-" + rule + R"-(]}],"trace":[{"rule":)-" + rule + "," + place +
                                R"-("value":"ü","effect":"set",)-" + texts +
-                               R"-("messages":[]}],"warnings":[],"failure":null})-"
+                               R"-("messages":[]}],"warnings":[],"failure":null,"unwritable":null})-"
                                "\n");
 }
 
