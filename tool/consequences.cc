@@ -14,8 +14,10 @@
 #include <cstdlib>
 #include <fmt/format.h>
 #include <iterator>
+#include <map>
 #include <optional>
 #include <set>
+#include <utility>
 
 namespace kxtool {
 namespace {
@@ -26,6 +28,7 @@ constexpr const char* kNoText = "no-text";
 constexpr const char* kIdentity = "identity";
 constexpr const char* kPixels = "pixels";
 constexpr const char* kHeaderGroup = "header-group";
+constexpr const char* kLetterCase = "letter-case";
 
 constexpr std::pair<const char*, const char*> kHelp[] = {
     {fault::kLength, "a value is longer than its VR allows"},
@@ -38,6 +41,7 @@ constexpr std::pair<const char*, const char*> kHelp[] = {
     {kIdentity, "what tells the object, its series, study or patient was changed or is gone"},
     {kPixels, "what says how to read the pixel data was changed or is gone"},
     {kHeaderGroup, "an element of group 0000 or 0002, which is no part of a dataset, was written into it"},
+    {kLetterCase, "toUpper or toLower changed bytes that are no letters in the Specific Character Set"},
 };
 static_assert(std::size(kHelp) == kConsequenceCount);
 
@@ -147,11 +151,52 @@ std::optional<Fault> writingFault(const Step& step, const RunCharacterSets& sets
     return std::nullopt;
 }
 
+std::optional<Fault> letterCaseFault(const Step& step, const RunCharacterSets& sets)
+{
+    if (step.recased.empty() || !step.value) return std::nullopt;
+    const CharacterSet set = sets.after(step);
+    const auto harmed =
+        std::ranges::find_if(step.recased, [&](const Recased& text) { return isHarmed(text, set, *step.value); });
+    if (harmed == step.recased.end()) return std::nullopt;
+    return Fault{kLetterCase, fmt::format("{} became {}: bytes were changed that are no letters in {}",
+                                          shownQuoted(set.readable(harmed->before)),
+                                          shownQuoted(set.readable(harmed->after)), set.name())};
+}
+
+/// Adds the parts beyond ASCII of a rule's literals.
+void addHighStretches(const Expression& node, std::set<std::string>& stretches)
+{
+    std::string stretch;
+    for (const char* at = node.func == nullptr && node.text != nullptr ? node.text : ""; *at != '\0'; ++at) {
+        if (!isPlainAscii({at, 1}) && *at != '\x1B') stretch += *at;
+        else if (!stretch.empty()) stretches.insert(std::exchange(stretch, {}));
+    }
+    if (!stretch.empty()) stretches.insert(stretch);
+    for (const Expression* argument : node.params) addHighStretches(*argument, stretches);
+}
+
+/// What the literals of mapping files that are UTF-8 have beyond ASCII.
+std::set<std::string> utf8StretchesOf(const Recording& recording)
+{
+    std::set<std::string> stretches;
+    std::map<const RuleFile*, bool> isUtf8File;
+    for (const Step& step : recording.steps()) {
+        if (isPlainAscii(step.rule->text)) continue;
+        const auto known = isUtf8File.find(step.file);
+        const bool isGood = known != isUtf8File.end()
+                                ? known->second
+                                : isUtf8File.emplace(step.file, isUtf8(step.file->bytes)).first->second;
+        if (isGood && isUtf8(step.rule->text)) addHighStretches(*step.rule->expression, stretches);
+    }
+    return stretches;
+}
+
 /// Collects consequences, those of values against what was there before.
 class Search {
 public:
     Search(const Recording& recording, DcmDataset& dataset, const ConsequenceSwitches& wanted)
-        : recording_(recording), dataset_(dataset), wanted_(wanted), sets_(recording, dataset)
+        : recording_(recording), dataset_(dataset), wanted_(wanted), sets_(recording, dataset),
+          utf8Stretches_(utf8StretchesOf(recording))
     {
     }
 
@@ -162,7 +207,7 @@ public:
         }
         for (std::size_t number = begin; number < recording_.steps().size(); ++number) {
             const Step& step = recording_.steps()[number];
-            for (auto& fault : {writingFault(step, sets_), headerFault(step)}) {
+            for (auto& fault : {writingFault(step, sets_), headerFault(step), letterCaseFault(step, sets_)}) {
                 if (fault) add(*fault, step.place, step);
             }
         }
@@ -186,11 +231,24 @@ private:
         const Sample before{change.before.value_or(""), change.place.tag, vr, sets_.before(step)};
         const Sample after{*change.after, change.place.tag, vr, sets_.after(step)};
         const std::vector<Fault> known = faultsOf(before);
-        for (Fault& fault : faultsOf(after)) {
+        std::vector<Fault> now = faultsOf(after);
+        const auto isCharsetFault = [](const Fault& fault) { return fault.name == fault::kCharset; };
+        if (std::ranges::none_of(now, isCharsetFault) && isUtf8Elsewhere(before, after))
+            now.push_back(utf8Fault(after));
+        for (Fault& fault : now) {
             const bool isTheSenders =
                 std::ranges::any_of(known, [&fault](const Fault& one) { return one.name == fault.name; });
             if (!isTheSenders) add(std::move(fault), change.place, step);
         }
+    }
+
+    // In some character sets any bytes are letters: what a mapping file in UTF-8 wrote is known by the file.
+    bool isUtf8Elsewhere(const Sample& before, const Sample& after) const
+    {
+        if (!hasCharacterSet(after.vr) || after.set.terms() == "ISO_IR 192") return false;
+        return std::ranges::any_of(utf8Stretches_, [&](const std::string& stretch) {
+            return after.text.find(stretch) != std::string::npos && before.text.find(stretch) == std::string::npos;
+        });
     }
 
     // Texts that no rule wrote keep their bytes, and so read differently under another character set.
@@ -225,6 +283,7 @@ private:
     DcmDataset& dataset_;
     const ConsequenceSwitches& wanted_;
     RunCharacterSets sets_;
+    std::set<std::string> utf8Stretches_;
     std::vector<Consequence> found_;
 };
 

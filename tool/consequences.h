@@ -20,7 +20,7 @@ struct Consequence {
     std::string text; ///< one line of UTF-8, fit to be shown
 };
 
-constexpr std::size_t kConsequenceCount = 10;
+constexpr std::size_t kConsequenceCount = 11;
 
 /// Which consequences are wanted: all, at first.
 class ConsequenceSwitches {

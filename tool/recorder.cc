@@ -184,6 +184,10 @@ void Recording::apply(const RuleFile& file, const RuleLine& rule, MessageTap& ta
     Before before = lookAt(target);
     Before creatorBefore = creator ? lookAt(*creator) : Before{};
     step.before = before.text;
+    if (hasCaseFunction(*rule.expression)) {
+        step.recased = recasedTexts(*rule.expression, *session_);
+        std::ignore = tap.take(); // the rule itself will say it again
+    }
     try {
         evaluateAndAssign(rule, step);
     } catch (const std::logic_error& error) {

@@ -4,6 +4,7 @@
 #pragma once
 
 #include "tool/elements.h"
+#include "tool/lettercase.h"
 #include "tool/rulefile.h"
 
 #include "kxmap.h"
@@ -58,6 +59,7 @@ struct Step {
     std::vector<std::string>
         messages;                 ///< "Coercion: ..." lines of the built-ins, from both channels, without line feed
     std::string failure;          ///< of a built-in that threw; the rule then wrote nothing
+    std::vector<Recased> recased; ///< by "toUpper" and "toLower" in the rule
 };
 
 /// What an expression came to.

@@ -27,11 +27,7 @@ std::optional<Fault> charsetFault(const Sample& sample)
     if (!sample.set.toUtf8(sample.text))
         return Fault{fault::kCharset, fmt::format("{} is not in the dataset's character set {}",
                                                   shownQuoted(sample.set.readable(sample.text)), sample.set.name())};
-    if (sample.set.isSingleByte() && isUtf8(sample.text))
-        return Fault{fault::kCharset, fmt::format("{} seems to be UTF-8; in the dataset's character set {} it reads {}",
-                                                  shownQuoted(sample.text), sample.set.name(),
-                                                  shownQuoted(sample.set.readable(sample.text)))};
-    return std::nullopt;
+    return sample.set.isSingleByte() && isUtf8(sample.text) ? std::optional(utf8Fault(sample)) : std::nullopt;
 }
 
 std::optional<Fault> multiplicityFault(const Sample& sample, std::string_view utf8)
@@ -51,6 +47,13 @@ std::optional<Fault> multiplicityFault(const Sample& sample, std::string_view ut
 }
 
 } // namespace
+
+Fault utf8Fault(const Sample& sample)
+{
+    return {fault::kCharset,
+            fmt::format("{} seems to be UTF-8; in the dataset's character set {} it reads {}", shownQuoted(sample.text),
+                        sample.set.name(), shownQuoted(sample.set.readable(sample.text)))};
+}
 
 std::vector<std::string_view> split(std::string_view text, char separator)
 {

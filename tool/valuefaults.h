@@ -38,6 +38,9 @@ struct Fault {
 /// @return at most one fault of each name; none for the empty text, and for VRs that hold no text.
 std::vector<Fault> faultsOf(const Sample& sample);
 
+/// @return that a text seems to be UTF-8, and how it reads in its character set.
+Fault utf8Fault(const Sample& sample);
+
 /// @return whether the VR is one of texts.
 bool isText(DcmEVR vr);
 
