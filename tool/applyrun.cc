@@ -41,6 +41,7 @@ public:
         if (ruleFiles_.empty()) throw std::runtime_error(whyNoRules(options.rules));
         for (const RuleFile& file : ruleFiles_) rulesInOrder_.push_back(&file);
         extent_ = extentOf(rulesInOrder_);
+        if (options.files.keepsOriginals) warnOfKeptIdentity();
         if (!options.files.needsRecording()) rules_.emplace(ruleFiles_);
     }
 
@@ -62,6 +63,17 @@ public:
     }
 
 private:
+    // What leaves without a name has it in the sequence nevertheless.
+    void warnOfKeptIdentity() const
+    {
+        const bool isSent = options_.rules.isOutbound || options_.rules.singleFile.ends_with(".out.map");
+        const std::vector<std::string> names = patientAttributesIn(rulesInOrder_);
+        if (isSent && !names.empty())
+            reportWarning(
+                fmt::format("--original-attributes keeps in each result what the outbound rules replace or remove: {}",
+                            fmt::join(names, ", ")));
+    }
+
     void findInputs()
     {
         const auto onFailure = [this](const fs::path& name, const FileError& error) {

@@ -13,8 +13,10 @@
 #include <array>
 #include <climits>
 #include <fmt/format.h>
+#include <iterator>
 #include <map>
 #include <memory>
+#include <set>
 #include <tuple>
 #include <unistd.h>
 
@@ -24,6 +26,15 @@ namespace {
 constexpr std::size_t kLongStringCharacters = 64; // VR LO
 constexpr Uint16 kFirstDataGroup = 0x0008;
 constexpr Uint16 kFirstBlock = 0x10; // of private elements, and so the first creator's element number
+
+const DcmTagKey kPatient[] = {DCM_PatientName,
+                              DCM_PatientID,
+                              DCM_OtherPatientNames,
+                              DCM_PatientBirthName,
+                              DCM_PatientMotherBirthName,
+                              DCM_PatientBirthDate,
+                              DCM_PatientAddress,
+                              DCM_PatientTelephoneNumbers};
 
 using Elements = std::map<DcmTagKey, std::unique_ptr<DcmElement>>;
 
@@ -153,6 +164,20 @@ OFCondition append(DcmDataset& dataset, std::unique_ptr<DcmItem> item)
 }
 
 } // namespace
+
+std::vector<std::string> patientAttributesIn(const RulesInOrder& files)
+{
+    std::set<std::string> names;
+    for (const RuleFile* file : files) {
+        for (const RuleLine& line : file->lines) {
+            const auto* target = dynamic_cast<const LVDicomTag*>(line.target.get());
+            if (line.kind != RuleLine::Kind::Rule || target == nullptr) continue;
+            if (std::ranges::find(kPatient, target->tag) != std::end(kPatient))
+                names.insert(DcmTag(target->tag).getTagName());
+        }
+    }
+    return {names.begin(), names.end()};
+}
 
 std::string whyNoLongString(const std::string& text)
 {

@@ -5,6 +5,7 @@
 #include "tool/recorder.h"
 
 #include <string>
+#include <vector>
 
 namespace kxtool {
 
@@ -20,6 +21,9 @@ std::string whyNoLongString(const std::string& text);
 
 /// @return a name for this system: the program and the host.
 std::string thisSystem();
+
+/// @return the names of the attributes that tell who the patient is and that these rules write: their values would be kept.
+std::vector<std::string> patientAttributesIn(const RulesInOrder& files);
 
 /// Adds one item with the values that the rules replaced or removed, and sets Instance Coercion DateTime, which is
 /// listed like what the rules have changed: undoing all that an item lists yields the dataset before. Does nothing to

@@ -114,4 +114,31 @@ TEST_F(ToolRehearsal, reportsCarryTheWarnings)
     }
 }
 
+TEST_F(ToolRehearsal, warnsOfNamesThatAreSentInOriginalAttributes)
+{
+    dir.write("name.out.map", "(0010,0010)=NULL()\nSEQ(0010,1002,0,0010,0020)=\"X\"\n(0008,1010)=\"X\"\n");
+    dir.write("other.out.map", "(0008,1010)=\"X\"\n");
+    struct Case {
+        const char* options;
+        const char* names;
+    };
+    constexpr Case kCases[] = {
+        {"--single name.out.map --original-attributes", "PatientID, PatientName"},
+        {"--single name.out.map", nullptr},
+        {"--single other.out.map --original-attributes", nullptr},
+        {"--single name.map --original-attributes", nullptr}, // kept here, which is what it is for
+        {"--aet name --mappings . --outbound --original-attributes", "PatientID, PatientName"},
+        {"--aet name --mappings . --original-attributes", nullptr},
+    };
+    for (const Case& c : kCases) {
+        const std::string errors = run("apply -o out.dcm ct.dcm " + std::string(c.options)).errors;
+        EXPECT_EQ(errors, c.names == nullptr
+                              ? ""
+                              : "kxmap: warning: --original-attributes keeps in each result what the outbound rules "
+                                "replace or remove: " +
+                                    std::string(c.names) + "\n")
+            << c.options;
+    }
+}
+
 #endif
