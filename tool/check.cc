@@ -56,18 +56,32 @@ std::string whyNotOpened(const std::string& file)
     return fs::is_regular_file(status) ? systemReason(EACCES) : "not a regular file";
 }
 
+// The message holds the line as the file has it, and line feeds of its own.
+std::string shownLines(std::string_view text)
+{
+    std::string shown;
+    for (std::size_t feed = 0; (feed = text.find('\n')) != std::string_view::npos; text.remove_prefix(feed + 1))
+        shown += printable(text.substr(0, feed)) + '\n';
+    return shown + printable(text);
+}
+
 int askEngine(const std::string& file)
 {
+    std::error_code failure;
+    if (!fs::is_regular_file(file, failure)) { // it would read a device to its end
+        reportError(fmt::format("{}: {}", printable(file), whyNotOpened(file)));
+        return kUnusable;
+    }
     const std::string message = checkSyntax(file);
     if (message.empty()) {
-        if (verbosity() != Verbosity::Quiet) printLine(fmt::format("{}: ok", file));
+        if (verbosity() != Verbosity::Quiet) printLine(fmt::format("{}: ok", printable(file)));
         return kAllGood;
     }
     if (message.starts_with(kCouldNotOpen)) {
-        reportError(fmt::format("{}: {}", file, whyNotOpened(file)));
+        reportError(fmt::format("{}: {}", printable(file), whyNotOpened(file)));
         return kUnusable;
     }
-    printLine(fmt::format("{}: {}", file, message));
+    printLine(fmt::format("{}: {}", printable(file), shownLines(message)));
     return kShortcoming;
 }
 
@@ -125,7 +139,7 @@ void printGoodFiles(const CheckRun& run)
     for (const CheckedFiles& part : run.parts) {
         for (const RuleFile& file : part.files) {
             if (std::ranges::find(part.findings, &file, &Finding::file) == part.findings.end())
-                printLine(fmt::format("{}: ok", file.path.native()));
+                printLine(fmt::format("{}: ok", printable(file.path.native())));
         }
     }
 }

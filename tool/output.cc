@@ -2,6 +2,8 @@
 // Messages, results, and the loggers below them.
 #include "tool/output.h"
 
+#include "tool/lintvalue.h"
+
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/oflog/oflog.h>
 
@@ -78,10 +80,19 @@ void printLine(std::string_view text)
 std::string printable(std::string_view text)
 {
     std::string shown;
-    for (const char byte : text) {
-        if ((byte >= '\0' && byte < ' ') || byte == '\x7F')
-            shown += fmt::format("\\x{:02X}", static_cast<unsigned>(byte));
-        else shown += byte;
+    while (!text.empty()) {
+        const auto byte = static_cast<unsigned char>(text.front());
+        const std::size_t size = std::max<std::size_t>(1, utf8SizeAt(text));
+        // Behind 0xC2, U+0080 to U+009F; alone, the same for a terminal of single bytes.
+        const bool isC1 =
+            size == 1 ? byte >= 0x80 && byte < 0xA0 : byte == 0xC2 && static_cast<unsigned char>(text[1]) < 0xA0;
+        if (byte < ' ' || byte == 0x7F || isC1) {
+            for (const char part : text.substr(0, size))
+                shown += fmt::format("\\x{:02X}", static_cast<unsigned char>(part));
+        } else {
+            shown += text.substr(0, size);
+        }
+        text.remove_prefix(size);
     }
     return shown;
 }

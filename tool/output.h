@@ -40,7 +40,9 @@ void reportNote(std::string_view text);
 /// Writes one line of results to standard output.
 void printLine(std::string_view text);
 
-/// @return the text with its control bytes as \xNN, so that a value can neither break a line nor steer a terminal.
+/// @return the text with its control characters as \xNN, those of the C1 set (U+0080 to U+009F, or their single bytes) among
+///         them, so that a value can neither break a line nor steer a terminal. Other bytes stay, also where they are no
+///         UTF-8.
 std::string printable(std::string_view text);
 
 /// @return what the system says of an error number.

@@ -119,7 +119,7 @@ std::string changeLines(const std::filesystem::path& file, const Recording& reco
         const auto [before, after] = readable(change, sets);
         lines += fmt::format("{}: {} {}{}{} {} -> {}", printable(file.native()), change.sign(), change.place.name,
                              change.vr.empty() ? "" : " ", change.vr, shown(before), shown(after));
-        for (const Step* step : change.steps) lines.append(" ").append(placeOfRule(*step));
+        for (const Step* step : change.steps) lines.append(" ").append(printable(placeOfRule(*step)));
         lines += '\n';
     }
     return lines;

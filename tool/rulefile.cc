@@ -2,18 +2,22 @@
 // From a mapping file to its lines, in the pieces that the engine reads and with what its parsers say of them.
 #include "tool/rulefile.h"
 
+#include "tool/descriptor.h"
 #include "tool/output.h"
 
 #include <algorithm>
 #include <cerrno>
-#include <fstream>
-#include <iterator>
+#include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 #include <utility>
 
 namespace kxtool {
 namespace {
 
 constexpr std::size_t kPieceBytes = kxmap::kLineBufferBytes - 1;
+constexpr std::size_t kReadBytes = 64 * 1024;
+constexpr std::size_t kMostFileBytes = 64 * 1024 * 1024; // each line takes some hundred bytes of memory beside its own
 
 // The engine's own lines would repeat what is shown here, and `errorlogs` is where a left side's message lands.
 class EngineListened {
@@ -65,15 +69,26 @@ std::string_view takePiece(std::string_view& rest)
     return piece;
 }
 
+// The engine passes over what is no regular file; a device or a pipe might not end.
 std::string readAll(const std::filesystem::path& path)
 {
-    std::error_code failure;
-    if (std::filesystem::is_directory(path, failure)) throw FileError(path, systemReason(EISDIR));
-    errno = 0;
-    std::ifstream file(path, std::ios::binary);
-    if (!file) throw FileError(path, systemReason(errno));
-    std::string content{std::istreambuf_iterator<char>(file), std::istreambuf_iterator<char>()};
-    if (file.bad()) throw FileError(path, systemReason(errno == 0 ? EIO : errno));
+    const Descriptor file(open(path.c_str(), O_RDONLY | O_CLOEXEC | O_NOCTTY | O_NONBLOCK));
+    struct stat status = {};
+    if (!file.isOpen() || fstat(file.get(), &status) != 0) throw FileError(path, systemReason(errno));
+    if (S_ISDIR(status.st_mode)) throw FileError(path, systemReason(EISDIR));
+    if (!S_ISREG(status.st_mode)) throw FileError(path, "not a regular file");
+    std::string content;
+    std::size_t size = 0;
+    while (true) {
+        content.resize(size + kReadBytes);
+        const ssize_t count = read(file.get(), content.data() + size, kReadBytes);
+        if (count < 0 && errno == EINTR) continue;
+        if (count < 0) throw FileError(path, systemReason(errno));
+        size += static_cast<std::size_t>(count);
+        if (size > kMostFileBytes) throw FileError(path, "longer than 64 MiB, which no mapping file is");
+        if (count == 0) break;
+    }
+    content.resize(size);
     return content;
 }
 

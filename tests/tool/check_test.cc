@@ -79,6 +79,61 @@ TEST(ToolCheck, exitCodesAndChannels)
     EXPECT_NE(runTool(dir.path(), "check -Werror null.map").output.find(": error: "), std::string::npos);
 }
 
+// What does not end is no mapping file, whichever command looks at it.
+TEST(ToolCheck, endlessFilesAreRefused)
+{
+    const TempDir dir;
+    dir.write("m/good.map", "(0010,0010)=\"x\"\n");
+    dir.write("m/hole.map", "");
+    std::filesystem::resize_file(dir.path() / "m/hole.map", 65U << 20U);
+    std::filesystem::create_symlink("/dev/zero", dir.path() / "m/zero.map");
+    std::filesystem::copy_file(testFile("CT_small.dcm"), dir.path() / "ct.dcm");
+    struct Case {
+        const char* arguments;
+        int exitCode;
+        const char* errors;
+    };
+    constexpr Case kCases[] = {
+        {"check /dev/zero", 2, "kxmap: /dev/zero: not a regular file\n"},
+        {"check --engine /dev/zero", 2, "kxmap: /dev/zero: not a regular file\n"},
+        {"check m/zero.map", 2, "kxmap: m/zero.map: not a regular file\n"},
+        {"check m/hole.map", 2, "kxmap: m/hole.map: longer than 64 MiB, which no mapping file is\n"},
+        {"check m", 2, "kxmap: m/hole.map: longer than 64 MiB, which no mapping file is\n"},
+        {"list --mappings m --aet zero", 0, ""},
+        {"try --mappings m --aet zero ct.dcm", 0, "kxmap: warning: no mapping file applies to AE title zero\n"},
+        {"try --single m/zero.map ct.dcm", 2, "kxmap: m/zero.map: not a regular file\n"},
+        {"apply --mappings m --aet zero -o o.dcm ct.dcm", 2, "kxmap: no mapping file applies to AE title zero\n"},
+    };
+    for (const Case& c : kCases) {
+        const ToolRun run = runTool(dir.path(), c.arguments, "exec timeout 20");
+        EXPECT_EQ(run.exitCode, c.exitCode) << c.arguments;
+        EXPECT_EQ(run.errors, c.errors) << c.arguments;
+    }
+}
+
+// U+009B is the beginning of a terminal's command, in UTF-8 and as a single byte.
+TEST(ToolCommandLine, noControlCharacterReachesTheTerminal)
+{
+    const TempDir dir;
+    std::filesystem::copy_file(testFile("CT_small.dcm"), dir.path() / "ct.dcm");
+    const std::string rule = "(0010,0010)=\"a\x1b\xc2\x9b\x9b\"\nUSER(u)=\"b\xc2\x85\x85\xfc\"\n";
+    dir.write("c\xc2\x9b\x9b.map", rule);
+    dir.write("bad.map", "(0010,0010) =\"\xc2\x9b\x9b\"\n");
+    for (const char* arguments :
+         {"check -v c*.map", "check c*.map bad.map", "check --engine -v c*.map bad.map", "check c\u009b",
+          "try --single c*.map ct.dcm", "try --trace --single c*.map ct.dcm", "check c\x9b",
+          "apply --single c*.map --dry-run ct.dcm", "apply --single c*.map --print-user -o o.dcm ct.dcm",
+          "apply --single c*.map -o o.dcm c*.map", "-v apply --single c*.map -o o.dcm ct.dcm", "eval '\"\x9b\"'",
+          "functions \u009b", "list --mappings . --aet c\u009b", "list --mappings ."}) {
+        const ToolRun run = runTool(dir.path(), arguments);
+        for (const std::string& text : {run.output, run.errors}) {
+            EXPECT_EQ(text.find_first_of("\x1b\x9b\x85"), std::string::npos) << arguments << '\n' << text;
+        }
+    }
+    const ToolRun fields = runTool(dir.path(), "apply --single c*.map --print-user -o o.dcm ct.dcm");
+    EXPECT_EQ(fields.output, "ct.dcm\tu\tb\\xC2\\x85\\x85\xfc\n");
+}
+
 TEST(ToolCheck, manualListsEveryCheckAndItsExamplesShowIt)
 {
     const auto rows = manualRows();
