@@ -32,6 +32,7 @@ constexpr std::size_t kDefaultWidth = 120; // where standard output is no termin
 
 struct CheckOptions {
     std::vector<std::string> names;
+    std::string mappingsFolder;
     std::vector<std::string> warnings;
     std::string format = "text";
     ColorMode color = ColorMode::Auto;
@@ -187,6 +188,7 @@ int check(CheckOptions options)
         throw CLI::ValidationError("--format", "the engine's check has one form, its own text");
     CheckRun run;
     const CheckSwitches switches = switchesOf(options.warnings, run);
+    if (!options.mappingsFolder.empty()) options.names.push_back(findMappingsFolder(options.mappingsFolder).native());
     if (options.names.empty()) {
         if (std::getenv("DICOM_VAR") == nullptr)
             throw CLI::RequiredError("FILE or DIR, or the environment variable DICOM_VAR,");
@@ -212,6 +214,8 @@ void addCheck(CLI::App& app, int& exitCode)
         "FILE", options->names,
         "Mapping files; folders of them, which are looked at as a server has them (default: \"mappings\" "
         "below DICOM_VAR)");
+    command->add_option("--mappings", options->mappingsFolder, "A folder of them, as other commands name it")
+        ->type_name("DIR");
     addSwitchOptions(*command, options->warnings, options->listsWarnings,
                      "-WNAME and -Wno-NAME switch a warning on and off, -Wall and -Wno-all every one of them; -Werror "
                      "makes errors of them");

@@ -256,6 +256,8 @@ TEST(ToolCheck, aFolderIsASet)
     for (const char* text :
          {"C.MAP: warning", "global/other.map: warning", "A_TITLE_OF_17_BYT.map: warning", "write $(@p) in both"})
         EXPECT_NE(output.find(text), std::string::npos) << text << '\n' << output;
+    EXPECT_EQ(runTool(dir.path(), "check --mappings mappings").output, runTool(dir.path(), "check mappings").output);
+    EXPECT_EQ(runTool(dir.path(), "check --mappings mappings/A.map").exitCode, 2);
     EXPECT_EQ(runTool(dir.path(), "check '" KXDCM_EXAMPLES_DIR "/mappings'").output, "");
 }
 
