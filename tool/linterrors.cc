@@ -185,6 +185,20 @@ std::string argumentsOf(const FunctionDef& function)
     return fmt::format("{}, {}, {}, ... arguments", taken[0], taken[1], taken[2]);
 }
 
+/// @return where the last "(" stands that no ")" closes, quoted text aside; npos when all are closed.
+std::size_t unclosedBracket(std::string_view text)
+{
+    std::vector<std::size_t> open;
+    bool inQuote = false;
+    for (std::size_t i = 0; i < text.size(); ++i) {
+        if (text[i] == '"') inQuote = !inQuote;
+        else if (inQuote && text[i] == '\\') ++i;
+        else if (!inQuote && text[i] == '(') open.push_back(i);
+        else if (!inQuote && text[i] == ')' && !open.empty()) open.pop_back();
+    }
+    return open.empty() ? std::string_view::npos : open.back();
+}
+
 void explainCount(const Site& site, Span span)
 {
     const std::string& said = site.line.trace.message; // "<name> does not take <count> arguments"
@@ -213,6 +227,13 @@ void explainCount(const Site& site, Span span)
                          "a tag is (gggg,eeee)");
         return;
     }
+    if (const std::size_t open = unclosedBracket(site.line.right()); open != std::string_view::npos) {
+        site.reportRight(
+            Check::ArgumentCount, {open, open + 1},
+            fmt::format("this \"(\" is not closed, so \"{}\" gets {} where it takes {}", name, count, takes),
+            "add a \")\" where the call ends");
+        return;
+    }
     std::string hint;
     if (name == "NULL") hint = "NULL() stands alone";
     if (name == "if")
@@ -238,7 +259,7 @@ void explainExpression(const Site& site)
                          "quote the whole text, the bracket within");
     } else if (said.starts_with("bracket mismatch")) {
         const bool isInfix = fault.end < right.size() && looksInfix(right.substr(fault.begin));
-        site.reportRight(Check::BracketMismatch, fault, "this \")\" has no \"(\"", isInfix ? kNoOperators : "");
+        site.reportRight(Check::BracketMismatch, fault, "this \")\" has no \"(\"", isInfix ? hintForInfix(right) : "");
     } else if (said.starts_with("Mismatcehd quotes")) {
         const bool isEscaped = about.size() > 1 && about.ends_with("\\\"");
         site.reportRight(

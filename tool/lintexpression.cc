@@ -80,11 +80,11 @@ bool lintBareBrackets(const Site& site, const NodeSpan& node, std::string_view t
                          "this \"(\" is not closed, so the engine takes the text as it stands", "add a \")\"");
     } else if (looksInfix(text)) {
         site.reportRight(Check::InfixOperator, node.text, "this is one text for the engine, and nothing is computed",
-                         kNoOperators);
+                         hintForInfix(text));
     } else if (end > 0 && isCallUpTo(text, end)) {
         site.reportRight(Check::TextAfterBracket, {begin + end, node.text.end},
                          "with this behind its \")\" the call is none: all of it is one text",
-                         "end with the \")\"; write concat(a,b) to join");
+                         "end with the \")\"; write concat(a,b) to join; put the text in quotes where it is meant");
     } else if (quote != std::string_view::npos) {
         site.reportRight(Check::QuoteInBareText, {begin + quote, begin + quote + 1},
                          "a quote within a text that does not begin with one is part of the text",
@@ -125,8 +125,10 @@ void lintBare(const Site& site, const NodeSpan& node)
         site.reportRight(Check::BareFunction, node.text, fmt::format("this is the text \"{}\"", text),
                          "NULL() is the absent value; put the text in quotes where it is meant");
     } else if (text.starts_with('$')) {
+        std::string name(text.substr(1));
+        std::erase_if(name, [](char c) { return std::string_view("$(){} ").find(c) != std::string_view::npos; });
         site.reportRight(Check::BareVariable, node.text, fmt::format("this is the text {}", shownQuoted(text)),
-                         fmt::format("a variable is read with $({})", text.substr(1)));
+                         fmt::format("a variable is read with $({})", name));
     } else if (isCamel(text)) {
         if (const std::string tag = tagOfKeyword(text); !tag.empty())
             site.reportRight(Check::BareKeyword, node.text, fmt::format("this is the text \"{}\"", text),
@@ -143,7 +145,7 @@ void lintQuoted(const Site& site, const NodeSpan& node)
         site.reportRight(Check::TextAfterQuote, rest, "what follows the closing quote is ignored",
                          findComment(after) != std::string_view::npos ? kNoComments
                          : looksInfix('"' + std::string(after) + ' ')
-                             ? kNoOperators
+                             ? hintForInfix(right.substr(node.text.begin, node.text.end - node.text.begin))
                              : "put all of it in quotes, or part it with a comma");
     }
     for (std::size_t i = node.text.begin + 1; i + 1 < node.contentEnd; ++i) {

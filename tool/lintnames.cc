@@ -2,6 +2,8 @@
 // Names of functions and keywords of the data dictionary, near misses of them included.
 #include "tool/lintnames.h"
 
+#include "tool/rulefile.h"
+
 #include "kxmap.h"
 
 #include <dcmtk/dcmdata/dcdicent.h>
@@ -166,7 +168,48 @@ bool isOperator(char c)
     return std::string_view("+-*/%=<>!&|").find(c) != std::string_view::npos;
 }
 
+// A name of several words, or one with a capital as no built-in has it: "Knee (left)".
+bool looksLikeProse(std::string_view name)
+{
+    const bool hasLetter =
+        std::ranges::any_of(name, [](char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; });
+    return hasLetter && (name.find(' ') != std::string_view::npos || (name.front() >= 'A' && name.front() <= 'Z'));
+}
+
+bool isTarget(std::string_view text)
+{
+    const RuleFile read = readRuleText(std::string(text) + "=x", "");
+    return read.lines.size() == 1 && read.lines.front().target;
+}
+
+/// @param begin where a target seems to stand. @return whether a value ends before it, so that no operator joins the two.
+bool followsAValue(std::string_view text, std::size_t begin)
+{
+    const std::string before = lower(trimmed(text.substr(0, begin)));
+    if (before.empty() || isOperator(before.back())) return false;
+    return std::ranges::none_of(std::array{"(", ",", " and", " or", " not"},
+                                [&before](std::string_view end) { return before.ends_with(end); });
+}
+
+bool holdsSecondRule(std::string_view text)
+{
+    for (std::size_t close = text.find(")="); close != std::string_view::npos; close = text.find(")=", close + 1)) {
+        std::size_t begin = text.rfind('(', close);
+        if (begin == std::string_view::npos || text.substr(close + 2).starts_with('=')) continue;
+        for (const std::string_view prefix : {"$", "USER", "SEQ"}) {
+            if (text.substr(0, begin).ends_with(prefix)) begin -= prefix.size();
+        }
+        if (followsAValue(text, begin) && isTarget(text.substr(begin, close + 1 - begin))) return true;
+    }
+    return false;
+}
+
 } // namespace
+
+const char* hintForInfix(std::string_view text)
+{
+    return holdsSecondRule(text) ? "this looks like two rules: write each on a line of its own" : kNoOperators;
+}
 
 std::size_t editDistance(std::string_view a, std::string_view b)
 {
@@ -194,7 +237,7 @@ std::string hintForFunction(std::string_view name)
     };
     if (word != name && isNamed(word)) return "remove the blank before \"(\"";
     if (std::string hint = hintForAlias(word); !hint.empty()) return hint;
-    if (looksInfix(name)) return kNoOperators;
+    if (looksInfix(name)) return hintForInfix(name);
     if (word.starts_with('"'))
         return "a text that ends in \")\" is taken for a call: quote all of it, or part it with a comma";
     const std::string lowered = lower(word);
@@ -206,7 +249,8 @@ std::string hintForFunction(std::string_view name)
     }
     if (const std::string tag = tagOfKeyword(word); !tag.empty()) return fmt::format("write {} for {}", tag, word);
     if (word.starts_with('$') || word.starts_with('@')) return "a variable is read with $(name)";
-    return nearest(word);
+    if (std::string hint = nearest(word); !hint.empty() || !looksLikeProse(name)) return hint;
+    return "a text that ends in \")\" is taken for a call: put it in quotes where it is meant";
 }
 
 std::string tagOfKeyword(std::string_view word)

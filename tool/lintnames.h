@@ -19,6 +19,9 @@ std::string tagMeantBy(std::string_view text);
 /// @return whether a text that the parser took as it stands looks as if it should be computed: `a + b`, `(x)=(y)`.
 bool looksInfix(std::string_view text);
 
+/// @return what to do about a text that looks so: it has an operator, or a second rule in it.
+const char* hintForInfix(std::string_view text);
+
 /// @return the steps between two words: letters to insert, to drop and to change; two that have changed places are one.
 std::size_t editDistance(std::string_view a, std::string_view b);
 

@@ -239,6 +239,36 @@ TEST(ToolCheck, linesAndPlaces)
     }
 }
 
+TEST(ToolCheck, saysWhatToWriteInstead)
+{
+    struct Case {
+        const char* line;
+        const char* said;
+    };
+    constexpr const char* kTwoRules = "this looks like two rules: write each on a line of its own";
+    constexpr Case kCases[] = {
+        {"(0010,0020)=${site}", "a variable is read with $(site)\n"},
+        {"(0010,0020)=$site", "a variable is read with $(site)\n"},
+        {"(0010,0020)=\"a\" (0010,0010)=\"b\"", kTwoRules},
+        {"(0010,0020)=a; USER(x)=b", kTwoRules},
+        {"(0010,0020)=toUpper((0010,0020)) $(x)=\"b\"", kTwoRules},
+        {"(0010,0020)=(0010,0021) (0010,0010)=(0010,0020)", kTwoRules},
+        {"(0010,0020)=(0008,0060)=\"CT\" and (0010,0020)=\"1\"", "there are no operators between values"},
+        {"(0010,0020)=if((0010,0020)=\"x\",\"a\",\"b\")", "there are no operators between values"},
+        {"(0010,4000)=Knee (left)", "put it in quotes where it is meant"},
+        {"(0010,4000)=Knee(left)", "put it in quotes where it is meant"},
+        {"(0010,4000)=toUpper((0010,4000)) and more", "put the text in quotes where it is meant"},
+        {"(0010,4000)=if(equals((0008,0060),\"CT\",\"a\",\"b\")", "1:15: error: this \"(\" is not closed"},
+        {"(0010,4000)=if(\"(\",\"a\")", "if(condition,then,otherwise)"},
+    };
+    for (const Case& c : kCases) {
+        const TempDir dir;
+        dir.write("a.map", c.line);
+        const std::string output = runTool(dir.path(), "check a.map").output;
+        EXPECT_NE(output.find(c.said), std::string::npos) << c.line << '\n' << output;
+    }
+}
+
 TEST(ToolCheck, aFolderIsASet)
 {
     const TempDir dir;
