@@ -14,6 +14,7 @@
 #include <fmt/format.h>
 
 #include <algorithm>
+#include <filesystem>
 #include <memory>
 #include <string>
 #include <string_view>
@@ -30,6 +31,7 @@ constexpr std::string_view kHelp =
     ":quit           leave; so does the end of the input\n"
     ":rules          the rules so far, fit for a mapping file\n"
     ":save FILE      write the file with its changes, whole or not at all; replaces an older one\n"
+    ":save! FILE     the same, also in place of the file that was read\n"
     ":trace on|off   show every rule's value\n"
     ":undo           take the last rule back\n"
     ":vars           variables and custom fields";
@@ -54,7 +56,7 @@ void printLines(const std::string& lines)
 class Shell {
 public:
     explicit Shell(const ShellOptions& options)
-        : session_(options.file), look_{outputWidth(), usesColor(options.color)},
+        : file_(options.file), session_(options.file), look_{outputWidth(), usesColor(options.color)},
           lines_(LineSource::make([this](std::string_view line) { return complete(line, session_.session()); }))
     {
     }
@@ -134,7 +136,7 @@ private:
         else if (name == ":vars") showVariables();
         else if (name == ":rules") showRules();
         else if (name == ":trace") setTrace(argument);
-        else if (name == ":save") save(argument);
+        else if (name == ":save" || name == ":save!") save(argument, name == ":save!");
         else if (name == ":complete") showCompletion(argument);
         else throw std::runtime_error(fmt::format("{}: no such command; :help tells them", shownUtf8(name)));
     }
@@ -180,9 +182,13 @@ private:
         showsTrace_ = argument == "on";
     }
 
-    void save(const std::string& argument)
+    void save(const std::string& argument, bool mayReplaceSource)
     {
         if (argument.empty()) throw std::runtime_error(":save takes a file");
+        std::error_code failure;
+        if (!mayReplaceSource && std::filesystem::equivalent(argument, file_, failure))
+            throw std::runtime_error(
+                fmt::format("{0}: this file was read; \":save! {0}\" replaces it", shownUtf8(argument)));
         session_.save(argument);
         printLine("saved " + shownUtf8(argument));
     }
@@ -202,6 +208,7 @@ private:
         printLine(colored(shownUtf8(set.readable(message)), Color::Cyan, look_.isColored));
     }
 
+    const std::string file_;
     ShellSession session_;
     Look look_;
     std::unique_ptr<LineSource> lines_;

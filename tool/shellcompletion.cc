@@ -14,7 +14,7 @@
 namespace kxtool {
 
 const std::vector<std::string> kShellCommands = {":complete", ":diff",  ":help", ":quit", ":rules",
-                                                 ":save",     ":trace", ":undo", ":vars"};
+                                                 ":save",     ":save!", ":trace", ":undo", ":vars"};
 
 namespace {
 

@@ -164,12 +164,23 @@ TEST_F(ToolShell, savesWhatWasRead)
     // In place twice, with the UIDs of the file meta information there and back; compressed pixel data stay.
     fs::copy_file(testFile("MR_small_RLE.dcm"), dir.path() / "mr.dcm");
     const std::string before = contentOf(dir.path() / "mr.dcm");
-    EXPECT_EQ(shell("(0008,0018)=\"1.2.3\"\n:save mr.dcm\n:save other.dcm\n:undo\n:save mr.dcm\n", "mr.dcm").exitCode,
+    EXPECT_EQ(shell("(0008,0018)=\"1.2.3\"\n:save! mr.dcm\n:save other.dcm\n:undo\n:save! mr.dcm\n", "mr.dcm").exitCode,
               0);
     EXPECT_TRUE(contentOf(dir.path() / "mr.dcm") == before);
     DcmFileFormat format;
     ASSERT_TRUE(format.loadFile((dir.path() / "other.dcm").c_str()).good());
     EXPECT_EQ(textOf(*format.getMetaInfo(), DCM_MediaStorageSOPInstanceUID), "1.2.3");
+}
+
+TEST_F(ToolShell, savesInPlaceOnlyWhenToldSo)
+{
+    fs::create_hard_link(dir.path() / "ct.dcm", dir.path() / "same.dcm");
+    const std::string before = contentOf(dir.path() / "ct.dcm");
+    const ToolRun run = shell("(0010,0020)=\"N\"\n:save ct.dcm\n:save ./same.dcm\n:save new.dcm\n:save new.dcm\n");
+    EXPECT_EQ(run.exitCode, 1);
+    EXPECT_THAT(run.errors, HasSubstr("kxmap: ct.dcm: this file was read; \":save! ct.dcm\" replaces it\n"));
+    EXPECT_THAT(run.output, testing::EndsWith("saved new.dcm\nsaved new.dcm\n"));
+    EXPECT_TRUE(contentOf(dir.path() / "ct.dcm") == before);
 }
 
 TEST_F(ToolShell, completion)
