@@ -3,16 +3,21 @@
 // that does not ask for another.
 #include "tool/commands.h"
 #include "tool/exitcodes.h"
+#include "tool/lintnames.h"
 #include "tool/output.h"
+#include "tool/table.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>
 
+#include <algorithm>
 #include <cerrno>
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
 #include <fcntl.h>
+#include <string>
+#include <string_view>
 #include <tuple>
 #include <unistd.h>
 
@@ -22,6 +27,25 @@ using namespace kxtool;
 
 constexpr CommandAdder* kCommands[] = {addApply, addCheck,     addTry,  addEval,
                                        addShell, addFunctions, addList, addConformance};
+
+/// @return what to say of a command line that names none of the commands; empty where it names nothing at all.
+std::string whyNoCommand(CLI::App& app, int argc, char** argv)
+{
+    if (argc < 2) return {};
+    const auto isOption = [](const char* word) { return *word == '-'; };
+    const char* const* const word = std::find_if_not(argv + 1, argv + argc, isOption);
+    if (word == argv + argc) return {};
+    std::string best;
+    std::size_t least = std::max<std::size_t>(1, std::string_view(*word).size() / 3) + 1;
+    for (const CLI::App* command : app.get_subcommands(nullptr)) {
+        const std::size_t distance = editDistance(*word, command->get_name());
+        if (distance >= least) continue;
+        least = distance;
+        best = command->get_name();
+    }
+    return fmt::format("there is no command {}{}", shownQuoted(*word),
+                       best.empty() ? "" : fmt::format("; did you mean \"{}\"?", best));
+}
 
 // A full disk must not pass for success because it was met at the last byte.
 int finishOutput(int exitCode)
@@ -58,7 +82,8 @@ int parseAndRun(int argc, char** argv)
         app.exit(request);
         return kAllGood;
     } catch (const CLI::ParseError& error) {
-        reportError(fmt::format("{}\nRun \"kxmap --help\" for help.", error.what()));
+        const std::string why = app.get_subcommands().empty() ? whyNoCommand(app, argc, argv) : std::string();
+        reportError(fmt::format("{}\nRun \"kxmap --help\" for help.", why.empty() ? error.what() : why));
         return kUnusable;
     }
 }

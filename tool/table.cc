@@ -103,6 +103,11 @@ std::vector<std::string> linesOf(std::string_view text, std::size_t width)
     return lines;
 }
 
+std::size_t totalOf(const std::vector<std::size_t>& widths)
+{
+    return std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1));
+}
+
 const char* codeOf(Color color)
 {
     switch (color) {
@@ -128,12 +133,15 @@ const char* codeOf(Color color)
 
 void addColorOption(CLI::App& command, ColorMode& mode)
 {
-    const std::map<std::string, ColorMode> names = {
+    static const std::map<std::string, ColorMode> names = {
         {"auto", ColorMode::Auto}, {"always", ColorMode::Always}, {"never", ColorMode::Never}};
+    const std::vector<std::string> words = {"auto", "always", "never"};
     command
-        .add_option("--color", mode, "When to use colours: auto (on a terminal, unless NO_COLOR is set), always, never")
+        .add_option_function<std::string>(
+            "--color", [&mode](const std::string& word) { mode = names.at(word); },
+            "When to use colours: auto (on a terminal, unless NO_COLOR is set), always, never")
         ->type_name("WHEN")
-        ->transform(CLI::CheckedTransformer(names, CLI::ignore_case).description(""));
+        ->check(CLI::IsMember(words).description(""));
 }
 
 Utf8Scope::Utf8Scope()
@@ -230,7 +238,7 @@ std::vector<std::size_t> Table::widthsFor(std::size_t room) const
     }
     if (room == 0) return widths;
     for (;;) {
-        const std::size_t total = std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1));
+        const std::size_t total = totalOf(widths);
         if (total <= room) return widths;
         std::size_t widest = widths.size();
         for (std::size_t column = 0; column < widths.size(); ++column) {
@@ -238,7 +246,7 @@ std::vector<std::size_t> Table::widthsFor(std::size_t room) const
                 (widest == widths.size() || widths[column] > widths[widest]))
                 widest = column;
         }
-        if (widest == widths.size()) return widths; // narrower is not readable: the terminal breaks the lines
+        if (widest == widths.size()) return widths; // narrower is not readable
         // Down to the next one in width, or by what is too much.
         std::size_t next = columns_[widest].least;
         for (std::size_t column = 0; column < widths.size(); ++column) {
@@ -276,12 +284,40 @@ void Table::appendRow(const std::vector<Cell>& row, const std::vector<std::size_
     }
 }
 
+// Each text on lines of its own behind its column's head: what is left where the columns do not fit side by side.
+void Table::appendRecord(const std::vector<Cell>& row, std::size_t room, bool isColored, std::size_t indent,
+                         std::string& out) const
+{
+    constexpr std::size_t kLeastText = 8;
+    std::size_t heads = 0;
+    for (const Column& column : columns_) heads = std::max(heads, widthOf(column.head));
+    const std::size_t behind = room > heads + kGap + kLeastText ? room - heads - kGap : kLeastText;
+    for (std::size_t column = 0; column < row.size(); ++column) {
+        if (row[column].text.empty()) continue;
+        std::string head = columns_[column].head;
+        for (const std::string& line : linesOf(row[column].text, behind)) {
+            const std::size_t padding = heads - widthOf(head) + kGap;
+            out.append(indent, ' ').append(colored(head, Color::Bold, isColored)).append(padding, ' ');
+            out.append(colored(line, row[column].color, isColored)).append("\n");
+            head.clear();
+        }
+    }
+}
+
 std::string Table::text(std::size_t width, bool isColored, std::size_t indent) const
 {
     if (rows_.empty()) return {};
     const Utf8Scope utf8;
-    const std::vector<std::size_t> widths = widthsFor(width == 0 ? 0 : width - std::min(width - 1, indent));
+    const std::size_t room = width == 0 ? 0 : width - std::min(width - 1, indent);
+    const std::vector<std::size_t> widths = widthsFor(room);
     std::string out;
+    if (room > 0 && totalOf(widths) > room) {
+        for (const auto& row : rows_) {
+            if (!out.empty() && !row.front().text.empty()) out += '\n'; // not before what belongs to the row above
+            appendRecord(row, room, isColored, indent, out);
+        }
+        return out;
+    }
     std::vector<Cell> head;
     for (const Column& column : columns_) head.push_back({column.head, Color::Bold});
     appendRow(head, widths, isColored, indent, out);

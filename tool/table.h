@@ -78,7 +78,8 @@ public:
 
     bool isEmpty() const { return rows_.empty(); }
 
-    /// @param width the columns there are; 0 for no limit: every row is one line.
+    /// @param width the columns there are; 0 for no limit: every row is one line. Where the columns do not fit even so, the
+    ///        texts of a row stand below each other, each behind its column's head.
     /// @param indent blanks in front of every line.
     /// @return lines, each with its line feed and without blanks at its end; empty without rows.
     std::string text(std::size_t width, bool isColored, std::size_t indent = 0) const;
@@ -87,6 +88,8 @@ private:
     std::vector<std::size_t> widthsFor(std::size_t room) const;
     void appendRow(const std::vector<Cell>& row, const std::vector<std::size_t>& widths, bool isColored,
                    std::size_t indent, std::string& out) const;
+    void appendRecord(const std::vector<Cell>& row, std::size_t room, bool isColored, std::size_t indent,
+                      std::string& out) const;
 
     std::vector<Column> columns_;
     std::vector<std::vector<Cell>> rows_;

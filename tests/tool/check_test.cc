@@ -331,6 +331,13 @@ TEST(ToolCommandLine, usage)
     dir.write("good.map", "");
     expectRuns(dir, {
                         {"--version", 0, {"kxmap "}, ""},
+                        {"chekc good.map", 2, {}, "kxmap: there is no command \"chekc\"; did you mean \"check\"?\n"},
+                        {"-v conformanec", 2, {}, "did you mean \"conformance\"?"},
+                        {"xyzzy", 2, {}, "kxmap: there is no command \"xyzzy\"\nRun "},
+                        {"check --color maybe good.map", 2, {}, "kxmap: --color: maybe not in {auto,always,never}\n"},
+                        {"check --color never -Wno-error good.map", 1, {"empty-file"}, ""},
+                        {"try --single good.map -Wno-text -Wno-no-text x", 2, {}, "kxmap: x: No such file"},
+                        {"try --single good.map -Wno-texts x", 2, {}, "-Wno-texts: no warning of that name"},
                         {"apply --help", 0, {"--aet TITLE"}, ""},
                         {"", 2, {}, "kxmap: A subcommand is required"},
                         {"apply -o out in", 2, {}, "--aet or --single is required"},
