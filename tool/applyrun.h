@@ -17,7 +17,7 @@ struct ApplyOptions {
     FileOptions files;
     std::string output;
     bool isInPlace = false;
-    bool cleans = false; // what killed runs have left
+    bool cleans = false;       // what killed runs have left
     bool skipsForeign = false; // what lies in folders and is no DICOM file
     std::vector<std::string> inputs;
     std::string list;   // of more inputs

@@ -13,7 +13,7 @@
 
 namespace kxtool {
 
-const std::vector<std::string> kShellCommands = {":complete", ":diff",  ":help", ":quit", ":rules",
+const std::vector<std::string> kShellCommands = {":complete", ":diff",  ":help",  ":quit", ":rules",
                                                  ":save",     ":save!", ":trace", ":undo", ":vars"};
 
 namespace {
