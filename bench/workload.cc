@@ -46,6 +46,32 @@ void byHand(long count)
     overDataset(count, elements, edit);
 }
 
+/// The same on a CT image, whose list stands at its end before each edit as it does when the image was just received.
+template <typename Edit>
+void overReceived(long count, Edit edit)
+{
+    const auto original = bench::loadCtImage();
+    DcmDataset dataset(*original);
+    for (long i = 0; i < count; ++i) {
+        for (DcmObject* last = nullptr; (last = dataset.nextInContainer(last)) != nullptr;) {
+        }
+        edit(dataset);
+        bench::restore(dataset, *original);
+    }
+}
+
+void rulesReceived(long count)
+{
+    Mapping mapping(bench::kRules, "bench");
+    overReceived(count, [&mapping](DcmDataset& dataset) { bench::apply(mapping, dataset); });
+}
+
+template <void edit(DcmItem&)>
+void byHandReceived(long count)
+{
+    overReceived(count, edit);
+}
+
 void nothing(DcmItem& /*item*/) {}
 
 void putAlone(DcmItem& item)
@@ -80,6 +106,9 @@ constexpr Workload kWorkloads[] = {
     {"in place", bench::kEdits, byHand<60, bench::editInPlace>},
     {"rules", bench::kEdits, rules<60>},
     {"rules, 600 elements", bench::kEdits, rules<600>},
+    {"restore, received", bench::kEdits, byHandReceived<nothing>},
+    {"in place, received", bench::kEdits, byHandReceived<bench::editInPlace>},
+    {"rules, received", bench::kEdits, rulesReceived},
     {"one rule", 1, oneRule},
     {"load", bench::kEdits, load},
     {"look up", 1, lookUp},

@@ -15,7 +15,7 @@ int takeFront(std::list<int>& path)
 }
 
 /// @param number from 0; a negative one is 0.
-/// @return the sequence's item of that number; null beyond its end.
+/// @return the sequence's item of that number; null beyond its end. The sequence is none of pixel items.
 DcmItem* itemAt(DcmSequenceOfItems& sequence, int number)
 {
     DcmObject* item = sequence.nextInContainer(nullptr);
@@ -23,30 +23,36 @@ DcmItem* itemAt(DcmSequenceOfItems& sequence, int number)
     return static_cast<DcmItem*>(item); // a sequence holds nothing but items
 }
 
-/// Opens what DcmItem shares with classes that are derived from it: DCMTK's own searches all begin at the first element
-/// and end at the last, and make a stack for what they find.
+/// Opens what DcmItem shares with classes that are derived from it.
 struct ItemList : DcmItem {
     static DcmList& of(DcmItem& item) { return *(item.*&ItemList::elementList); }
 };
 
+// The nodes of a DcmList, which are private to it: only an explicit instantiation may name such members. DCMTK's own
+// steps, DcmList::seek, are a call into its library and a switch each, three times the price of a step along the nodes,
+// and steps are most of what a search costs. A release of DCMTK that names them otherwise does not compile: then a loop
+// over seek() does the same.
+DcmListNode* firstNode(const DcmList& list);
+DcmListNode* nextNode(const DcmListNode& node);
+
+template <DcmListNode* DcmList::*first, DcmListNode* DcmListNode::*next>
+struct Nodes {
+    friend DcmListNode* firstNode(const DcmList& list) { return list.*first; }
+    friend DcmListNode* nextNode(const DcmListNode& node) { return node.*next; }
+};
+template struct Nodes<&DcmList::firstNode, &DcmListNode::nextNode>;
+
 } // namespace
 
-// An item's elements are in the order of their tags, each tag once (`DcmItem::insert`), and its list remembers where it
-// was used last. Rules mostly write what they have just read, or what stands near it: so the way begins there, and ends
-// where the tag would have to be. A server that gives an element of the dataset another tag in its place breaks that order.
+// DcmItem::search with ESM_fromHere walks from the first element to the first of the tag, or to the end, and so does
+// this: the answer is the same whatever order the elements are in, re-tagged in place or twice of one tag. A way that
+// begins elsewhere, or ends where the order of tags would have the element, is right only where the order was never
+// broken.
 DcmElement* kxmap::findElement(DcmItem& item, const DcmTagKey& key)
 {
-    DcmList& list = ItemList::of(item);
-    DcmObject* object = list.get(ELP_atpos);
-    if (object == nullptr) object = list.seek(ELP_first);
-    if (object == nullptr) return nullptr;
-
-    const bool isBefore = object->getTag() < key;
-    while (object != nullptr && object->getTag() != key) {
-        if ((object->getTag() < key) != isBefore) return nullptr;
-        object = list.seek(isBefore ? ELP_next : ELP_prev);
-    }
-    return static_cast<DcmElement*>(object); // an item holds nothing but elements
+    DcmListNode* node = firstNode(ItemList::of(item));
+    while (node != nullptr && node->value()->getTag() != key) node = nextNode(*node);
+    return node == nullptr ? nullptr : static_cast<DcmElement*>(node->value()); // an item holds nothing but elements
 }
 
 bool kxmap::holds(DcmItem& item, const DcmElement* element)
@@ -69,7 +75,9 @@ DcmItem* getParentItem(std::list<int>& path, DcmItem* item)
         const auto element = static_cast<Uint16>(takeFront(path));
         DcmSequenceOfItems* sequence = nullptr;
         if (item->findAndGetSequence(DcmTagKey(group, element), sequence, OFFalse, OFFalse).bad()) return nullptr;
-        item = itemAt(*sequence, takeFront(path));
+        const int number = takeFront(path);
+        // Compressed pixel data are a sequence to DCMTK as well, of items that hold bytes and no elements.
+        item = sequence->ident() == EVR_SQ ? itemAt(*sequence, number) : nullptr;
     }
     return item;
 }
