@@ -4,9 +4,11 @@
 
 #include <gmock/gmock.h>
 
+#include <algorithm>
 #include <cstdlib>
 #include <dirent.h>
 #include <sys/stat.h>
+#include <utility>
 
 namespace {
 using kxtest::LogCapture;
@@ -262,5 +264,50 @@ TEST(MappingSet, titlesAreFoundAmongManyAndInAChangedList)
         set.mappings.pop_front();
     }
     EXPECT_EQ(applied("A"), "-");
+}
+/// @return what a mapping of that title wrote into the custom field "from", "-" for none.
+std::string appliedBy(MappingSet& set, const std::string& title)
+{
+    MappingSession session;
+    set.apply(title.c_str(), session);
+    const char* from = session.customFields.getFieldValue("from");
+    return from == nullptr ? "-" : from;
+}
+
+/// The place in the list of what was loaded under that title.
+std::list<Mapping*>::iterator placeOf(MappingSet& set, std::string_view title)
+{
+    return std::ranges::find_if(set.mappings, [title](const Mapping* mapping) { return mapping->name == title; });
+}
+
+TEST(MappingSet, aTitleIsSoughtInTheListAsItIsNow)
+{
+    const ServerFolder server({"A.map", "B.map", "C.map", "D.map", "E.map"});
+    for (const char* title : {"A", "B", "C", "D", "E"}) { // so that each place in the list has its turn
+        MappingSet set;
+        const auto place = placeOf(set, title);
+        const std::unique_ptr<Mapping> old(*place);
+        const auto next = set.mappings.erase(place);
+        const auto inserted = set.mappings.insert(next, new Mapping("USER(from)=another node", title));
+        EXPECT_EQ(appliedBy(set, title), "another node");
+
+        std::snprintf((*inserted)->name, sizeof(Mapping::name), "%s", "RENAMED");
+        EXPECT_EQ(appliedBy(set, "RENAMED"), "another node");
+        EXPECT_EQ(appliedBy(set, title), "-");
+
+        const std::unique_ptr<Mapping> renamed(std::exchange(*inserted, new Mapping("USER(from)=same node", "NEW")));
+        EXPECT_EQ(appliedBy(set, "NEW"), "same node");
+        EXPECT_EQ(appliedBy(set, "RENAMED"), "-");
+
+        std::list<Mapping*> copy; // all nodes and mappings are others, the titles and their order are not
+        for (const Mapping* mapping : set.mappings) copy.push_back(new Mapping("USER(from)=copy", mapping->name));
+        set.mappings.swap(copy);
+        for (const Mapping* mapping : copy) delete mapping;
+        copy.clear();
+        for (const char* other : {"A", "B", "C", "D", "E", "NEW"})
+            EXPECT_EQ(appliedBy(set, other), std::string_view(other) == title ? "-" : "copy") << other;
+        set.mappings.push_back(new Mapping("USER(from)=second", set.mappings.front()->name));
+        EXPECT_EQ(appliedBy(set, set.mappings.front()->name), "copy"); // the first of a title serves it
+    }
 }
 } // namespace

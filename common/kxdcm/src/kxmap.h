@@ -16,11 +16,11 @@
 #include <dcmtk/dcmdata/dcelem.h>
 #include <dcmtk/oflog/oflog.h>
 
+#include <cstddef>
 #include <cstdio>
 #include <iosfwd>
 #include <list>
 #include <map>
-#include <memory>
 #include <string>
 
 class Expression;
@@ -350,11 +350,9 @@ enum GlobalMappingRule : int { GlobalPre = 0, GlobalPost = 1 };
 /// Files that cannot be opened, and whatever is not a regular file, are passed over in silence.
 class MappingSet {
 public:
-    Mapping* pre;  ///< owned; null when there is none
-    Mapping* post; ///< owned; null when there is none
-    /// Owned; by AE title, in the order of loading. A server may exchange a mapping for another of its title, and add and
-    /// take away at both ends; apply() goes by a table of what was loaded.
-    std::list<Mapping*> mappings;
+    Mapping* pre;                 ///< owned; null when there is none
+    Mapping* post;                ///< owned; null when there is none
+    std::list<Mapping*> mappings; ///< owned; by AE title, in the order of loading; open to any edit between two calls
 
     /// Loads the inbound side: every "<AE title>.map", "global/pre.map" and "global/post.map".
     MappingSet();
@@ -369,7 +367,7 @@ public:
     MappingSet& operator=(const MappingSet&) = delete;
     ~MappingSet();
 
-    /// Applies the first mapping named exactly `aeTitle`, which is not null.
+    /// Applies the first mapping in the list, as it is now, that is named exactly `aeTitle`, which is not null.
     /// @return 0, whether there was one or not.
     int apply(const char* aeTitle, MappingSession& session);
 
@@ -383,12 +381,8 @@ public:
     static Mapping* readGlobal(const std::string& directory, const std::string& name, bool outbound, std::string& path);
 
 private:
-    struct Index;
-    explicit MappingSet(std::unique_ptr<Index> index);
+    explicit MappingSet(std::nullptr_t empty);
     void load(const std::string& path, const char* name);
-    Mapping* find(const char* aeTitle) const;
-
-    std::unique_ptr<Index> index_; ///< where in `mappings` a title is
 };
 
 /// Checks a mapping file line by line, up to the first bad one, and applies nothing. Empties `errorlogs` first.

@@ -11,11 +11,10 @@
 
 static_assert(sizeof(Mapping::name) == kxmap::kMappingNameBytes);
 
-Mapping::Mapping(const char* mappingName)
+Mapping::Mapping(const char* mappingName) : name{}
 {
     const std::size_t length = std::min(std::strlen(mappingName), sizeof name - 1);
     std::memcpy(name, mappingName, length);
-    name[length] = '\0';
     OFLOG_DEBUG(logger, "Creating mapping '" << name << "':");
 }
 

@@ -4,14 +4,11 @@
 
 #include "kxmap/mappings/lines.h"
 
-#include <algorithm>
 #include <cstdlib>
 #include <cstring>
-#include <functional>
-#include <iterator>
+#include <memory>
 #include <string_view>
 #include <tuple>
-#include <unordered_map>
 
 namespace {
 
@@ -31,39 +28,33 @@ std::unique_ptr<Mapping> readMapping(const std::string& path, const char* name)
     return file ? std::make_unique<Mapping>(file.get(), name) : nullptr;
 }
 
+/// Compares from the end, terminator included, since titles of one site mostly begin alike.
+/// @param size of `name`, less than a mapping's name has room for. Its room is filled to the end, so that it can be
+///        read.
+bool isNamed(const Mapping& mapping, const char* name, std::size_t size)
+{
+    std::size_t left = size + 1;
+    while (left > 0 && mapping.name[left - 1] == name[left - 1]) --left;
+    return left == 0;
+}
+
+/// @return the first mapping of that name; null for none. Goes by nothing but the list and the names as they are: both
+///         are the server's to edit, so a table of what was loaded could not tell a mapping that is gone.
+Mapping* findNamed(const std::list<Mapping*>& mappings, const char* name)
+{
+    const std::size_t size = std::strlen(name);
+    if (size >= sizeof Mapping::name) return nullptr;
+    for (Mapping* mapping : mappings)
+        if (isNamed(*mapping, name, size)) return mapping;
+    return nullptr;
+}
+
 } // namespace
 
-/// Finds titles without comparing all of them. It holds for the list that was loaded: one of another length, or with
-/// other titles at its ends, is searched from the front.
-struct MappingSet::Index {
-    struct Hash {
-        using is_transparent = void;
-        std::size_t operator()(std::string_view title) const { return std::hash<std::string_view>()(title); }
-    };
-
-    bool holdsFor(const std::list<Mapping*>& list) const
-    {
-        return list.size() == listed && (listed == 0 || (first == list.front()->name && last == list.back()->name));
-    }
-
-    void add(const std::list<Mapping*>& list)
-    {
-        places.emplace(list.back()->name, std::prev(list.end())); // the first of a title stays
-        first = list.front()->name;
-        last = list.back()->name;
-        listed = list.size();
-    }
-
-    std::unordered_map<std::string, std::list<Mapping*>::const_iterator, Hash, std::equal_to<>> places;
-    std::string first;
-    std::string last;
-    std::size_t listed = 0;
-};
-
-MappingSet::MappingSet(std::unique_ptr<Index> index) : pre(nullptr), post(nullptr), index_(std::move(index)) {}
+MappingSet::MappingSet(std::nullptr_t /*empty*/) : pre(nullptr), post(nullptr) {}
 
 // Both readers run on an object that already counts as made, so that an exception on the way destroys what they hold.
-MappingSet::MappingSet() : MappingSet(std::make_unique<Index>())
+MappingSet::MappingSet() : MappingSet(nullptr)
 {
     const std::string directory = mappingsDirectory();
     const kxmap::DirHandle listing(::opendir(directory.c_str()));
@@ -80,7 +71,7 @@ MappingSet::MappingSet() : MappingSet(std::make_unique<Index>())
     post = readMapping(directory + "/global/post.map", "post").release();
 }
 
-MappingSet::MappingSet(bool outbound, const char* aeTitle, bool globals) : MappingSet(std::make_unique<Index>())
+MappingSet::MappingSet(bool outbound, const char* aeTitle, bool globals) : MappingSet(nullptr)
 {
     const std::string directory = mappingsDirectory() + '/';
     if (globals) {
@@ -105,19 +96,6 @@ void MappingSet::load(const std::string& path, const char* name)
     if (!mapping) return;
     mappings.push_back(mapping.get());
     std::ignore = mapping.release(); // the list owns it now
-    index_->add(mappings);
-}
-
-Mapping* MappingSet::find(const char* aeTitle) const
-{
-    const auto isWanted = [aeTitle](const Mapping* mapping) { return std::strcmp(mapping->name, aeTitle) == 0; };
-    if (index_->holdsFor(mappings)) {
-        const auto place = index_->places.find(std::string_view(aeTitle));
-        if (place == index_->places.end()) return nullptr;
-        if (isWanted(*place->second)) return *place->second;
-    }
-    const auto found = std::ranges::find_if(mappings, isWanted);
-    return found == mappings.end() ? nullptr : *found;
 }
 
 Mapping* MappingSet::readGlobal(const std::string& directory, const std::string& name, bool outbound, std::string& path)
@@ -129,7 +107,7 @@ Mapping* MappingSet::readGlobal(const std::string& directory, const std::string&
 int MappingSet::apply(const char* aeTitle, MappingSession& session)
 {
     OFLOG_DEBUG(logger, "Search for mapping for AEtitle " << aeTitle);
-    Mapping* mapping = find(aeTitle);
+    Mapping* mapping = findNamed(mappings, aeTitle);
     if (mapping == nullptr) return 0;
     OFLOG_DEBUG(logger, "Found mapping for AEtitle " << aeTitle);
     const int result = mapping->apply(session);
