@@ -38,7 +38,7 @@ int main(int argc, char** argv)
     if (!dcmDataDict.isDictionaryLoaded()) return fail(DCM_DICT_ENVIRONMENT_VARIABLE, "no data dictionary");
 
     // Once, when the server starts: this reads every mapping file. A line that does not parse is left out, and what was
-    // wrong with it is in `errorlogs`. Parsing and applying are not locked: one thread at a time.
+    // wrong with it is in `errorlogs`. Parsing is one thread's at a time; applying needs no lock.
     MappingSet mappings;
     if (!errorlogs.empty()) std::fprintf(stderr, "embed: lines left out:\n%s", errorlogs.c_str());
 

@@ -1,12 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What kxmap.h promises about threads, as a program for the thread sanitizer: sets and sessions of many threads whose
-// calls are serialised, and beside them, unserialised, all that only reads, rules without "rnd" among it. It also runs
-// plainly, and then it checks the outcomes alone.
+// What kxmap.h promises about threads, as a program for the thread sanitizer: threads that load sets of their own, one
+// at a time, and beside them, without a lock, threads that apply their own sets or one in common. It also runs plainly,
+// and then it checks the outcomes alone.
 #include "kxmap.h"
 #include "support/sample.h"
 
 #include <dcmtk/dcmdata/dctk.h>
 
+#include <algorithm>
 #include <atomic>
 #include <cstdio>
 #include <cstdlib>
@@ -21,6 +22,7 @@
 namespace {
 
 constexpr int kThreads = 4;
+constexpr int kAppliers = 8;
 constexpr int kRounds = 200;
 
 constexpr const char* kFreeRules = R"((0010,0010)=concat(toUpper((0010,0010))," ",strlen((0010,0010)))
@@ -35,7 +37,7 @@ $(@age)=dicomAge(20200229,19700101)
 (0028,0009)=if(between($(@age),0,100),NULL(),split((0008,0008),"\\",2))
 )";
 
-std::mutex serialise;         // what the caller owes: one lock around parsing and applying
+std::mutex parsing;           // what the caller owes: one lock around parsing
 std::atomic<int> failures{0}; // of all threads
 
 void expect(bool holds, const char* what)
@@ -75,46 +77,73 @@ std::string textOf(DcmItem& item, const DcmTagKey& key)
     return item.findAndGetOFStringArray(key, text).good() ? text.c_str() : "-";
 }
 
-/// A receiving thread of a server: loads a set of its own, coerces datasets of its own, drops the set; every call into
-/// the module but constructing a session is made under the lock.
-void receive()
+/// A thread that loads a set of its own under the lock, and coerces a dataset of its own without it.
+void loadAndApply()
 {
     for (int round = 0; round < kRounds; ++round) {
         const std::unique_ptr<DcmDataset> dataset = kxtest::sampleDataset();
         MappingSession session;
         session.dataset = dataset.get();
-        const std::lock_guard<std::mutex> lock(serialise);
+        std::unique_lock<std::mutex> lock(parsing);
         MappingSet set;
+        expect(!errorlogs.empty(), "each load reports its bad line");
+        errorlogs.clear();
+        lock.unlock();
         expect(set.mappings.size() == 1 && set.pre != nullptr, "each thread loads its own set");
         set.applyGlobal(GlobalPre, session);
         set.apply("AE", session);
         set.applyGlobal(GlobalPost, session);
         expect(textOf(*dataset, DcmTagKey(0x0010, 0x0010)) == "DOE^JANE", "each thread's rules write its dataset");
-        expect(!errorlogs.empty(), "each load reports its bad line");
-        errorlogs.clear();
     }
 }
 
-/// A set that is shared by all threads: applying it changes the session alone, so the lock is around that call.
-void applyShared(MappingSet& shared)
+/// A receiving thread of a server: applies the set that all threads have in common, without a lock. "rnd" is among its
+/// rules.
+void receive(MappingSet& shared)
 {
     for (int round = 0; round < kRounds; ++round) {
         const std::unique_ptr<DcmDataset> dataset = kxtest::sampleDataset();
         MappingSession session;
         session.dataset = dataset.get();
-        {
-            const std::lock_guard<std::mutex> lock(serialise);
-            shared.applyGlobal(GlobalPre, session);
-            shared.apply("AE", session);
-        }
-        // The session is the thread's own again: reading it needs no lock.
+        shared.applyGlobal(GlobalPre, session);
+        shared.apply("AE", session);
         const char* id = session.getVariable("@id");
         expect(id != nullptr && std::string_view(id) == "  PID-42", "a session keeps its variables");
         expect(textOf(*dataset, DcmTagKey(0x0028, 0x0010)) == "-", "a shared set's rules write the given dataset");
     }
 }
 
-/// Rules that touch neither `errorlogs` nor `gseed`, applied by all threads at once, each to a session of its own.
+/// Draws from the sequence that all threads share.
+void draw(Mapping& rule, std::vector<std::string>& drawn)
+{
+    for (int round = 0; round < kRounds; ++round) {
+        MappingSession session;
+        rule.apply(session);
+        drawn.emplace_back(session.getVariable("@drawn"));
+    }
+}
+
+/// Many threads draw what one thread would, each number once.
+void drawTogether()
+{
+    Mapping rule("$(@drawn)=rnd(2147483647)", "draw");
+    const unsigned start = gseed;
+    std::vector<std::vector<std::string>> drawn(kAppliers);
+    std::vector<std::thread> threads;
+    for (auto& own : drawn) threads.emplace_back(draw, std::ref(rule), std::ref(own));
+    for (std::thread& thread : threads) thread.join();
+    std::vector<std::string> together;
+    for (const auto& own : drawn) together.insert(together.end(), own.begin(), own.end());
+
+    gseed = start;
+    std::vector<std::string> alone;
+    for (int i = 0; i < kAppliers; ++i) draw(rule, alone);
+    std::sort(together.begin(), together.end());
+    std::sort(alone.begin(), alone.end());
+    expect(together == alone, "threads draw the numbers of one sequence, each once");
+}
+
+/// Rules that use the whole language, applied by all threads at once, each to a session of its own.
 void applyFreely(Mapping& shared)
 {
     for (int round = 0; round < kRounds; ++round) {
@@ -158,14 +187,15 @@ int main()
     const std::size_t seen = look(shared);
     Mapping free(kFreeRules, "free");
     std::vector<std::thread> threads;
+    for (int i = 0; i < kAppliers; ++i) threads.emplace_back(receive, std::ref(shared));
     for (int i = 0; i < kThreads; ++i) {
-        threads.emplace_back(receive);
-        threads.emplace_back(applyShared, std::ref(shared));
+        threads.emplace_back(loadAndApply);
         threads.emplace_back(applyFreely, std::ref(free));
         threads.emplace_back(lookOn, std::cref(shared), seen);
     }
     for (std::thread& thread : threads) thread.join();
+    drawTogether();
     if (failures != 0) return 1;
-    std::printf("threads: %d threads, %d rounds each\n", 4 * kThreads, kRounds);
+    std::printf("threads: %d threads, %d rounds each\n", kAppliers + 3 * kThreads, kRounds);
     return 0;
 }

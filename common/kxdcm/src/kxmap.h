@@ -2,8 +2,10 @@
 // The coercion module's one public header, in reading order: texts and errors, values, the session, built-ins,
 // expressions, assignment targets, rule lines, mapping files, mapping sets, the syntax check.
 //
-// Threads: nothing here locks. Parsing appends to `errorlogs`, and "rnd" without a seed advances `gseed`; a server that
-// parses or applies on several threads serialises those calls. Everything else is read-only while mappings are applied.
+// Threads: applying needs no lock. Any number of threads may apply one set or their own, each to a session and a
+// dataset of its own: "rnd" without a seed advances `gseed` atomically, all else is read only. Parsing (loading, the
+// syntax check, applyStatic) appends to `errorlogs` without a lock: one thread at a time, while others may apply. All
+// of it may be used by constructors and destructors of static objects, too.
 //
 // Failures: no function here throws but for exhausted memory (std::bad_alloc), and the two that say so: "toUpper" and
 // "toLower", and the tokenizer. Whatever passes, nothing of the module's own leaks and every object stays usable.
@@ -159,7 +161,7 @@ ArityRule c0_numParamsOK, c1_numParamsOK, c2_numParamsOK, c3_numParamsOK, c4_num
     c3xplus2_numParamsOK, c2x_numParamsOK, substr_numParamsOK, rnd_numParamsOK, codestring_numParamsOK,
     empty_numParamsOK, root_numParamsOK;
 
-/// The state of "rnd" without a seed text: 0 at program start, advanced by POSIX `rand_r`.
+/// The state of "rnd" without a seed text: 0 at program start, so that a server sets it; advanced by POSIX `rand_r`.
 extern unsigned int gseed;
 
 /// An evaluator's cursor over its arguments: evaluates each when it is first asked for, and holds what came of it.

@@ -10,6 +10,7 @@
 
 #include <algorithm>
 #include <array>
+#include <atomic>
 #include <cstdio>
 #include <cstdlib>
 #include <cstring>
@@ -77,6 +78,18 @@ Value* complain(const char* message, const char* about)
     return nullptr;
 }
 
+/// @return the next number of the sequence that all threads share: each number is drawn once.
+int drawShared()
+{
+    const std::atomic_ref<unsigned int> state(gseed);
+    unsigned int before = state.load(std::memory_order_relaxed);
+    for (;;) {
+        unsigned int after = before;
+        const int drawn = rand_r(&after);
+        if (state.compare_exchange_weak(before, after, std::memory_order_relaxed)) return drawn;
+    }
+}
+
 unsigned int seedOf(const char* text)
 {
     unsigned int seed = 0;
@@ -134,7 +147,7 @@ Value* rnd_getValue(MappingSession& session, std::list<Expression*>& params)
 
     args.Next();
     Value* seedOperand = args.GetAt();
-    if (seedOperand == nullptr) return new StringValue(std::to_string(rand_r(&gseed) % max).c_str());
+    if (seedOperand == nullptr) return new StringValue(std::to_string(drawShared() % max).c_str());
     const char* seedText = textOf(seedOperand);
     if (seedText == nullptr) return complain(kxmap::kInvalidRndSeed, kxmap::kNull);
     unsigned int seed = seedOf(seedText);
