@@ -11,6 +11,7 @@
 #include <algorithm>
 #include <memory>
 #include <string>
+#include <string_view>
 #include <tuple>
 #include <utility>
 #include <vector>
@@ -122,6 +123,15 @@ TEST(KXItem, onlyOurCreatorIsOurs)
         ASSERT_TRUE(item.putAndInsertString(DcmTag(kCreatorKey, DcmVR(EVR_LO)), creator).good());
         EXPECT_EQ(inserted(item, made(kPatientID)), isOurs) << creator;
         EXPECT_EQ(item.card(), isOurs ? 2u : 1u) << creator;
+
+        DcmItem unknown; // as it comes from somebody who did not know the block: the same bytes as UN, padded
+        const std::string bytes = std::string(creator) + (std::string_view(creator).size() % 2 == 0 ? "" : " ");
+        auto asUn = std::make_unique<DcmOtherByteOtherWord>(DcmTag(kCreatorKey, DcmVR(EVR_UN)));
+        ASSERT_TRUE(asUn->putUint8Array(reinterpret_cast<const Uint8*>(bytes.data()), bytes.size()).good());
+        ASSERT_TRUE(unknown.insert(asUn.get()).good());
+        std::ignore = asUn.release(); // the item's
+        EXPECT_EQ(inserted(unknown, made(kPatientID)), isOurs) << "UN " << creator;
+        EXPECT_EQ(unknown.card(), isOurs ? 2u : 1u) << "UN " << creator;
     }
 }
 

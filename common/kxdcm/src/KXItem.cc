@@ -12,6 +12,7 @@
 
 #include <algorithm>
 #include <memory>
+#include <string_view>
 
 namespace {
 
@@ -33,13 +34,34 @@ constexpr KXItem::PrivateTag kDictionary[] = {
 };
 // clang-format on
 
-constexpr unsigned short kModule = 1024; // the first that DCMTK leaves to its users
-makeOFConditionConst(kBlockNotOurs, kModule, 1, OF_error, "Private block reserved by another creator");
+// Functions, since rules may be applied before the static objects of this file would be made.
 
-const DcmTagKey kCreatorKey(KXItem::kGroup, KXItem::kCreatorElement);
+DcmTagKey creatorKey()
+{
+    return {KXItem::kGroup, KXItem::kCreatorElement};
+}
+
+OFCondition blockNotOurs()
+{
+    constexpr unsigned short kModule = 1024; // the first that DCMTK leaves to its users
+    return makeOFCondition(kModule, 1, OF_error, "Private block reserved by another creator");
+}
+
+/// @return whether an element of the VR UN has our text as its bytes, blanks around it being padding. A creator comes so,
+///         in explicit VR, from somebody who did not know the block (DICOM PS3.5 section 6.2.2).
+bool hasOurBytes(DcmElement& creator)
+{
+    Uint8* bytes = nullptr;
+    if (creator.getUint8Array(bytes).bad() || bytes == nullptr) return false;
+    std::string_view text(reinterpret_cast<const char*>(bytes), creator.getLength());
+    while (text.starts_with(' ')) text.remove_prefix(1);
+    while (text.ends_with(' ') || text.ends_with('\0')) text.remove_suffix(1);
+    return text == KXItem::kCreator;
+}
 
 bool isOurCreator(DcmElement& creator)
 {
+    if (creator.getTag().getEVR() == EVR_UN) return hasOurBytes(creator);
     OFString text;
     return creator.getVM() == 1 && creator.getOFString(text, 0).good() && text == KXItem::kCreator;
 }
@@ -47,7 +69,7 @@ bool isOurCreator(DcmElement& creator)
 std::unique_ptr<DcmElement> newElement(const DcmTagKey& key, DcmEVR vr)
 {
     DcmTag tag(key, DcmVR(vr));
-    if (key != kCreatorKey) tag.setPrivateCreator(KXItem::kCreator);
+    if (key != creatorKey()) tag.setPrivateCreator(KXItem::kCreator);
     DcmElement* element = nullptr;
     if (DcmItem::newDicomElementWithVR(element, tag).good()) return std::unique_ptr<DcmElement>(element);
     return nullptr;
@@ -95,11 +117,11 @@ OFCondition KXItem::insertKX(DcmElement* element, bool replaceOld, bool checkIns
     if (!isOurPrivateTagKey(element->getTag())) return EC_InvalidTag;
 
     DcmElement* creator = nullptr;
-    if (item_.findAndGetElement(kCreatorKey, creator).good()) {
-        if (!isOurCreator(*creator)) return kBlockNotOurs;
+    if (item_.findAndGetElement(creatorKey(), creator).good()) {
+        if (!isOurCreator(*creator)) return blockNotOurs();
         return item_.insert(element, replaceOld, checkInsertOrder);
     }
-    std::unique_ptr<DcmElement> reservation = newElement(kCreatorKey, EVR_LO);
+    std::unique_ptr<DcmElement> reservation = newElement(creatorKey(), EVR_LO);
     if (!reservation) return EC_MemoryExhausted;
     creator = reservation.get();
     if (creator->putString(kCreator).bad()) return EC_MemoryExhausted; // nothing else keeps an LO from taking it
