@@ -32,6 +32,14 @@ run(${CMAKE_COMMAND} -G ${generator} -S ${sourceDir}/examples/embed -B ${work}/b
     -D "CMAKE_CXX_FLAGS=${flags}")
 run(${CMAKE_COMMAND} --build ${work}/build)
 
+run(${CMAKE_COMMAND} -G ${generator} -S ${sourceDir}/tests/outside/consumer -B ${work}/consumer
+    -D CMAKE_PREFIX_PATH=${prefix}
+    -D CMAKE_CXX_COMPILER=${compiler}
+    -D CMAKE_BUILD_TYPE=${buildType}
+    -D "CMAKE_CXX_FLAGS=${flags}")
+run(${CMAKE_COMMAND} --build ${work}/consumer)
+run(${work}/consumer/seventeen)
+
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${libDir}/pkgconfig)
 run(pkg-config --cflags --libs kxdcm)
 separate_arguments(kxdcmFlags UNIX_COMMAND "${output}")

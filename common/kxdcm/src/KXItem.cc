@@ -17,7 +17,7 @@
 namespace {
 
 // clang-format off
-constexpr KXItem::PrivateTag kDictionary[] = {
+constexpr KXItem::Dictionary kDictionary = {{
     {0x1001, EVR_LO, "OriginalPatientID"},
     {0x1002, EVR_LO, "OriginalIssuerOfPatientID"},
     {0x1003, EVR_SH, "OriginalAccessionNumber"},
@@ -31,7 +31,7 @@ constexpr KXItem::PrivateTag kDictionary[] = {
     {0x100b, EVR_US, "NumberOfCoercions"},
     {0x100c, EVR_LT, "CoercionRemarks"},
     {0x100d, EVR_SQ, "CoercedAttributesSequence"},
-};
+}};
 // clang-format on
 
 // Functions, since rules may be applied before the static objects of this file would be made.
@@ -85,7 +85,7 @@ struct DictionaryWriteLock {
 
 } // namespace
 
-std::span<const KXItem::PrivateTag> KXItem::dictionary()
+const KXItem::Dictionary& KXItem::dictionary()
 {
     return kDictionary;
 }

@@ -8,7 +8,7 @@
 #include <dcmtk/dcmdata/dcvr.h>
 #include <dcmtk/ofstd/ofcond.h>
 
-#include <span>
+#include <array>
 
 class DcmElement;
 class DcmItem;
@@ -31,12 +31,15 @@ public:
         const char* name; ///< in the style of the data dictionary's keywords
     };
 
-    /// @return every tag that has a meaning, in ascending order.
-    static std::span<const PrivateTag> dictionary();
+    using Dictionary = std::array<PrivateTag, 13>;
 
-    /// Tells DCMTK's global data dictionary the block's tags: once when a server starts, before it reads datasets. Without
-    /// it a dataset in implicit VR is read with the block unknown, and rules see no text in it. Lasts until the process ends or the dictionary is cleared or
-    /// reloaded; a second call changes nothing. Takes the dictionary's write lock.
+    /// @return every tag that has a meaning, in ascending order.
+    static const Dictionary& dictionary();
+
+    /// Tells DCMTK's global data dictionary the block's tags: once when a server starts, before it reads datasets.
+    /// Without it a dataset in implicit VR is read with the block unknown, and rules see no text in it. Lasts until the
+    /// process ends or the dictionary is cleared or reloaded; a second call changes nothing. Takes the dictionary's
+    /// write lock.
     static void registerDictionary();
 
     KXItem(DcmItem& item) : item_(item) {}
@@ -50,8 +53,8 @@ public:
     static DcmElement* createNewDicomElement(const DcmTagKey& key);
 
     /// Inserts an element of the block into the item, and first the private creator element where it is missing.
-    /// Elements that stand in the block of an item without a private creator belong to nobody, and become ours. A creator
-    /// that came as UN counts by its bytes.
+    /// Elements that stand in the block of an item without a private creator belong to nobody, and become ours. A
+    /// creator that came as UN counts by its bytes.
     /// @param element in no item yet; the item owns it after success, and the caller still does after any failure.
     /// @param replaceOld whether an element of the same tag is destroyed in its favour; when not, it is a failure.
     /// @param checkInsertOrder whether DCMTK warns of an element that does not come last in the item.

@@ -4,7 +4,9 @@
 
 #include "kxmap/core/bytes.h"
 
+#include <chrono>
 #include <cstddef>
+#include <optional>
 #include <string_view>
 
 namespace {
@@ -106,15 +108,23 @@ std::string ageText(int count, char unit)
 
 QVDate::QVDate(const char* text)
 {
-    if (text != nullptr) date_ = readDate(withoutPadding(text));
+    const auto date = text == nullptr ? std::nullopt : readDate(withoutPadding(text));
+    if (!date) return;
+    year_ = static_cast<int>(date->year());
+    month_ = static_cast<unsigned>(date->month());
+    day_ = static_cast<unsigned>(date->day());
 }
 
 std::string QVDate::ageSince(const QVDate& since) const
 {
-    if (!date_ || !since.date_ || *date_ < *since.date_) return {};
-    const auto days = (std::chrono::sys_days(*date_) - std::chrono::sys_days(*since.date_)).count();
+    if (!isValid() || !since.isValid()) return {};
+    const year_month_day from{std::chrono::year(since.year_), std::chrono::month(since.month_),
+                              std::chrono::day(since.day_)};
+    const year_month_day to{std::chrono::year(year_), std::chrono::month(month_), std::chrono::day(day_)};
+    if (to < from) return {};
+    const auto days = (std::chrono::sys_days(to) - std::chrono::sys_days(from)).count();
     if (days < kDaysBelow) return ageText(static_cast<int>(days), 'D');
-    const int months = completedMonths(*since.date_, *date_);
+    const int months = completedMonths(from, to);
     if (months < kWeeksBelow) return ageText(static_cast<int>(days) / 7, 'W');
     if (months < kMonthsBelow) return ageText(months, 'M');
     if (months / 12 < kYearsBelow) return ageText(months / 12, 'Y');

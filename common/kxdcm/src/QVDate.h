@@ -2,8 +2,6 @@
 // Calendar dates as DICOM writes them, and the age that one date has at another: what "dicomAge" computes with.
 #pragma once
 
-#include <chrono>
-#include <optional>
 #include <string>
 
 /// A day of the Gregorian calendar from 0001-01-01 to 9999-12-31, or no valid date. Immutable; reads and throws nothing
@@ -22,7 +20,7 @@ public:
     QVDate(const char* text); // NOLINT(google-explicit-constructor): a text stands for its date
 
     /// @return whether the text was a date.
-    bool isValid() const noexcept { return date_.has_value(); }
+    bool isValid() const noexcept { return day_ != 0; }
 
     /// The age on this date of what began on `since`, in the form of the VR AS: three digits and a unit.
     ///
@@ -38,5 +36,7 @@ public:
     std::string ageSince(const QVDate& since) const;
 
 private:
-    std::optional<std::chrono::year_month_day> date_;
+    int year_ = 0;
+    unsigned month_ = 0;
+    unsigned day_ = 0; ///< 0: no valid date
 };

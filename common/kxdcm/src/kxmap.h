@@ -11,6 +11,11 @@
 // "toLower", and the tokenizer. Whatever passes, nothing of the module's own leaks and every object stays usable.
 #pragma once
 
+#define KXDCM_VERSION_MAJOR 0
+#define KXDCM_VERSION_MINOR 1
+#define KXDCM_VERSION_PATCH 0
+#define KXDCM_VERSION_STRING "0.1.0"
+
 #include "KXCustomFields.h"
 
 #include <dcmtk/config/osconfig.h>
