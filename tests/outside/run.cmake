@@ -40,6 +40,19 @@ run(${CMAKE_COMMAND} -G ${generator} -S ${sourceDir}/tests/outside/consumer -B $
 run(${CMAKE_COMMAND} --build ${work}/consumer)
 run(${work}/consumer/seventeen)
 
+# The sanitizers' runtimes would have to be in the host, which has none of them.
+if(NOT "${flags}" MATCHES "-fsanitize")
+    run(${work}/consumer/host ${work}/consumer/plugin.so)
+    if(NOT output MATCHES "coerce\\(\\) says 0, logger 7, errorlogs 8, gseed 9, calls 0\n")
+        message(FATAL_ERROR "a plug-in and its host share names: ${output}")
+    endif()
+    run(${nm} -D --defined-only ${work}/consumer/plugin.so)
+    string(REGEX REPLACE "[0-9a-f]+ [A-Za-z] " "" exported "${output}")
+    if(NOT "${exported}" STREQUAL "coerce\n")
+        message(FATAL_ERROR "a plug-in exports more than its own function:\n${output}")
+    endif()
+endif()
+
 set(ENV{PKG_CONFIG_PATH} ${prefix}/${libDir}/pkgconfig)
 run(pkg-config --cflags --libs kxdcm)
 separate_arguments(kxdcmFlags UNIX_COMMAND "${output}")
