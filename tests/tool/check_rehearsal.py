@@ -110,10 +110,18 @@ def read(path):
         return None
 
 
+def elementOf(data, tag):
+    """An element as it was read. Pydicom refuses US or SS without Pixel Representation, but keeps the element."""
+    try:
+        return data.get_item(tag)
+    except AttributeError:
+        return data.get_item(tag)
+
+
 def collect(data, around, places):
     for tag in sorted(data.keys()):
         place = f"{around}({tag.group:04x},{tag.element:04x})"
-        raw = data.get_item(tag)
+        raw = elementOf(data, tag)
         vr = raw.VR
         if vr is None:
             try:
