@@ -13,6 +13,7 @@
 #include <cstdlib>
 #include <filesystem>
 #include <fstream>
+#include <latch>
 #include <mutex>
 #include <string>
 #include <string_view>
@@ -114,9 +115,9 @@ void receive(MappingSet& shared)
 }
 
 /// Draws from the sequence that all threads share.
-void draw(Mapping& rule, std::vector<std::string>& drawn)
+void draw(Mapping& rule, std::vector<std::string>& drawn, int rounds)
 {
-    for (int round = 0; round < kRounds; ++round) {
+    for (int round = 0; round < rounds; ++round) {
         MappingSession session;
         rule.apply(session);
         drawn.emplace_back(session.getVariable("@drawn"));
@@ -126,18 +127,25 @@ void draw(Mapping& rule, std::vector<std::string>& drawn)
 /// Many threads draw what one thread would, each number once.
 void drawTogether()
 {
+    constexpr int kDraws = 10 * kRounds; // long enough for the threads to meet
     Mapping rule("$(@drawn)=rnd(2147483647)", "draw");
+    std::latch begin(kAppliers);
     const unsigned start = gseed;
     std::vector<std::vector<std::string>> drawn(kAppliers);
     std::vector<std::thread> threads;
-    for (auto& own : drawn) threads.emplace_back(draw, std::ref(rule), std::ref(own));
+    for (auto& own : drawn) {
+        threads.emplace_back([&rule, &begin, &own] {
+            begin.arrive_and_wait();
+            draw(rule, own, kDraws);
+        });
+    }
     for (std::thread& thread : threads) thread.join();
     std::vector<std::string> together;
     for (const auto& own : drawn) together.insert(together.end(), own.begin(), own.end());
 
     gseed = start;
     std::vector<std::string> alone;
-    for (int i = 0; i < kAppliers; ++i) draw(rule, alone);
+    for (int i = 0; i < kAppliers; ++i) draw(rule, alone, kDraws);
     std::sort(together.begin(), together.end());
     std::sort(alone.begin(), alone.end());
     expect(together == alone, "threads draw the numbers of one sequence, each once");

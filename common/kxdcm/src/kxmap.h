@@ -166,7 +166,8 @@ ArityRule c0_numParamsOK, c1_numParamsOK, c2_numParamsOK, c3_numParamsOK, c4_num
     c3xplus2_numParamsOK, c2x_numParamsOK, substr_numParamsOK, rnd_numParamsOK, codestring_numParamsOK,
     empty_numParamsOK, root_numParamsOK;
 
-/// The state of "rnd" without a seed text: 0 at program start, so that a server sets it; advanced by POSIX `rand_r`.
+/// The state of "rnd" without a seed text: 0 at program start, so that a server sets it, while nobody
+/// applies; advanced by POSIX `rand_r`.
 extern unsigned int gseed;
 
 /// An evaluator's cursor over its arguments: evaluates each when it is first asked for, and holds what came of it.
@@ -320,7 +321,7 @@ public:
     int apply(MappingSession& session);
 };
 
-/// One mapping file, parsed: its good lines in their order. Immutable once made.
+/// One mapping file, parsed: its good lines in their order. A server may rename it between two calls.
 class Mapping {
 public:
     std::list<Assignment*> assignments; ///< owned
@@ -357,9 +358,9 @@ enum GlobalMappingRule : int { GlobalPre = 0, GlobalPost = 1 };
 /// Files that cannot be opened, and whatever is not a regular file, are passed over in silence.
 class MappingSet {
 public:
-    Mapping* pre;                 ///< owned; null when there is none
-    Mapping* post;                ///< owned; null when there is none
-    std::list<Mapping*> mappings; ///< owned; by AE title, in the order of loading; open to any edit between two calls
+    Mapping* pre;  ///< owned; null when there is none
+    Mapping* post; ///< owned; null when there is none
+    std::list<Mapping*> mappings; ///< owned, none null; as loaded, but a server may edit it between two calls
 
     /// Loads the inbound side: every "<AE title>.map", "global/pre.map" and "global/post.map".
     MappingSet();

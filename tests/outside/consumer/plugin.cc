@@ -11,7 +11,7 @@ extern "C" __attribute__((visibility("default"))) int coerce()
     DcmDataset dataset;
     MappingSession session;
     session.dataset = &dataset;
-    Mapping("(0010,0010)=toUpper(\"Doe\")\n(0010,0020)=foo(1)", "plugin").apply(session);
+    Mapping("(0010,0010)=toUpper(\"Doe\")\n(0010,0020)=foo(1)\n$(a)=rnd(10)", "plugin").apply(session);
     OFString name;
     if (dataset.findAndGetOFString(DCM_PatientName, name).bad() || name != "DOE") return 1;
     return errorlogs.empty() ? 2 : 0;

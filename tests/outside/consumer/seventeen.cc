@@ -22,7 +22,7 @@ int main()
     std::size_t named = 0;
     for (const KXItem::PrivateTag& tag : KXItem::dictionary()) named += tag.name != nullptr ? 1 : 0;
     if (named == 0 || named != KXItem::dictionary().size()) return 2;
-    if (QVDate("20240229").ageSince(QVDate("20240101")) != "001M" && !QVDate("20240229").isValid()) return 3;
+    if (QVDate("20240229").ageSince(QVDate("20240101")) != "008W" || QVDate("20230229").isValid()) return 3;
 
     DcmDataset dataset;
     MappingSession session;
