@@ -149,9 +149,8 @@ private:
     static void clean(const std::vector<fs::path>& left)
     {
         for (const fs::path& file : left) {
-            std::error_code failure;
-            fs::remove(file, failure);
-            if (failure) reportError(FileError(file, failure.message()).what());
+            const int reason = removeLeftover(file);
+            if (reason != 0) reportError(FileError(file, systemReason(reason)).what());
             else reportNote(fmt::format("{}: removed, of a killed run", printable(file.native())));
         }
     }

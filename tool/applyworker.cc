@@ -217,7 +217,6 @@ void FileWorker::requireInputsUnchanged()
         } catch (const FileError& error) {
             fail(pending, error.what());
         }
-        pending.input.reset();
     }
 }
 
@@ -234,6 +233,7 @@ void FileWorker::putInPlace(Pending& pending)
 {
     if (!pending.replacement) return;
     try {
+        if (pending.input) pending.input->requireUnchanged(); // to tell the parent may have taken long
         pending.replacement->commit();
     } catch (const FileError& error) {
         fail(pending, error.what());

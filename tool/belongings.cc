@@ -2,6 +2,7 @@
 // Through libacl and libattr, which know what may be copied.
 #include "tool/belongings.h"
 
+#include "tool/descriptor.h"
 #include "tool/output.h"
 
 #include <acl/libacl.h>
@@ -20,6 +21,8 @@ namespace kxtool {
 namespace {
 
 constexpr mode_t kPermissions = 0777;
+constexpr const char* kNetworkAcl =
+    "system.nfs4_acl"; // made by the server from owner and mode, but for what they cannot say
 
 bool isUnsupported(int reason)
 {
@@ -96,6 +99,7 @@ Belongings Belongings::ofNew(const std::filesystem::path& folder, mode_t mode)
 {
     Belongings result;
     result.acl_.reset(acl_get_file(folder.c_str(), ACL_TYPE_DEFAULT));
+    if (!result.acl_ && !isUnsupported(errno)) throw FileError(folder, systemReason(errno));
     if (!result.acl_ || acl_entries(result.acl_.get()) == 0) {
         result.acl_.reset();
         result.mode_ = mode & kPermissions & ~umaskOfProcess();
@@ -107,16 +111,26 @@ Belongings Belongings::ofNew(const std::filesystem::path& folder, mode_t mode)
     return result;
 }
 
-std::vector<std::string> Belongings::giveQuietly(int descriptor, const std::filesystem::path& file)
+std::vector<std::string> Belongings::giveQuietly(int descriptor)
 {
     std::vector<std::string> lost;
     if (!isOfOld_) return lost;
     giveOwner(descriptor, lost);
-    if (listxattr(source_.c_str(), nullptr, 0) <= 0) return lost; // none, or a file system that knows none
-    error_context context = {say, quote, freeQuoted};
-    if (attr_copy_file(source_.c_str(), file.c_str(), isCopied, &context) != 0)
-        lost.push_back(fmt::format("extended attributes ({})", systemReason(errno)));
+    giveAttributes(descriptor, lost);
     return lost;
+}
+
+void Belongings::giveAttributes(int descriptor, std::vector<std::string>& lost) const
+{
+    const ssize_t bytes = listxattr(source_.c_str(), nullptr, 0);
+    if (bytes == 0 || (bytes < 0 && isUnsupported(errno))) return;
+    const Descriptor source(bytes < 0 ? -1 : open(source_.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK));
+    error_context context = {say, quote, freeQuoted};
+    if (!source.isOpen() ||
+        attr_copy_fd(source_.c_str(), source.get(), source_.c_str(), descriptor, isCopied, &context) != 0)
+        lost.push_back(fmt::format("extended attributes ({})", systemReason(errno)));
+    if (bytes > 0 && fgetxattr(source.get(), kNetworkAcl, nullptr, 0) > 0)
+        lost.push_back("access control list (one of NFS version 4)");
 }
 
 void Belongings::giveOwner(int descriptor, std::vector<std::string>& lost)
@@ -141,7 +155,9 @@ int Belongings::openUp(int descriptor) const
 {
     if (acl_) return acl_set_fd(descriptor, acl_.get()) == 0 ? 0 : errno;
     // A file in a folder with a default list was made with one.
-    if (acl_extended_fd(descriptor) == 1) {
+    const int isExtended = acl_extended_fd(descriptor);
+    if (isExtended < 0 && !isUnsupported(errno)) return errno;
+    if (isExtended > 0) {
         const Acl plain(acl_from_mode(mode_));
         if (!plain || acl_set_fd(descriptor, plain.get()) != 0) return errno;
     }

@@ -29,7 +29,7 @@ public:
 
     /// Gives owner, group and extended attributes to a file that still nobody else may open.
     /// @return what cannot be kept, in words; empty when all is.
-    std::vector<std::string> giveQuietly(int descriptor, const std::filesystem::path& file);
+    std::vector<std::string> giveQuietly(int descriptor);
 
     /// Opens the file to those who may have it. Where its group could not be kept, others lose what they had beyond it and
     /// the group what it had beyond others, so that nobody gains access.
@@ -44,6 +44,7 @@ private:
 
     Belongings() = default;
     void giveOwner(int descriptor, std::vector<std::string>& lost);
+    void giveAttributes(int descriptor, std::vector<std::string>& lost) const;
 
     bool isOfOld_ = false;
     std::filesystem::path source_;

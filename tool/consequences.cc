@@ -153,7 +153,8 @@ std::optional<Fault> writingFault(const Step& step, const RunCharacterSets& sets
 
 std::optional<Fault> letterCaseFault(const Step& step, const RunCharacterSets& sets)
 {
-    if (step.recased.empty() || !step.value) return std::nullopt;
+    const bool wasWritten = step.effect == Effect::Set || step.effect == Effect::Created;
+    if (!wasWritten || step.recased.empty() || !step.value) return std::nullopt;
     const CharacterSet set = sets.after(step);
     const auto harmed =
         std::ranges::find_if(step.recased, [&](const Recased& text) { return isHarmed(text, set, *step.value); });

@@ -189,8 +189,8 @@ OFCondition DicomFile::loadWhole()
 {
     if (input_.size() > kMaxBytesInMemory)
         throw FileError(input_.path(),
-                        fmt::format("too large to be loaded as a whole, which rules on pixel data and odd "
-                                    "files need: more than {} bytes",
+                        fmt::format("too large to be loaded as a whole, which rules on pixel data, odd files and more "
+                                    "compressed pixel data than that need: over {} bytes",
                                     kMaxBytesInMemory));
     FileProducer producer(input_, 0);
     framing_ = hasMetaInformation(producer.peek()) ? Framing::FileFormat : Framing::BareDataset;
@@ -201,7 +201,10 @@ OFCondition DicomFile::loadWhole()
     const OFCondition loaded = format_->read(stream, EXS_Unknown, EGL_noChange, DCM_MaxReadLength);
     format_->transferEnd();
     if (producer.reason() != 0) throw FileError(input_.path(), systemReason(producer.reason()));
-    if (producer.isCut()) input_.requireUnchanged();
+    if (producer.isCut()) {
+        input_.requireUnchanged();
+        throw FileError(input_.path(), "ends before its end");
+    }
     if (stream.isOverLimit() && isDeflated(dataset().getOriginalXfer()))
         throw FileError(input_.path(), fmt::format("inflates to more than {} bytes", limit));
     // What can be read has one fault: it ends too early. DCMTK has several words for that.
@@ -227,7 +230,8 @@ bool DicomFile::seemsCut()
 {
     const bool hasPixels = tailBegin_ < input_.size() || dataset().card() == 0 ||
                            dataset().getElement(dataset().card() - 1)->getGTag() >= kPixelDataGroup;
-    return !hasPixels && dataset().tagExistsWithValue(DCM_Rows) && dataset().tagExistsWithValue(DCM_BitsAllocated);
+    return !hasPixels && !dataset().tagExists(DCM_PixelDataProviderURL) && dataset().tagExistsWithValue(DCM_Rows) &&
+           dataset().tagExistsWithValue(DCM_BitsAllocated);
 }
 
 std::vector<DcmTagKey> DicomFile::settle()

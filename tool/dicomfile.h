@@ -58,6 +58,11 @@ public:
     /// @throws FileError for what is not written; what the sink holds is then of no use.
     void writeTo(Sink& sink);
 
+    const std::filesystem::path& path() const { return input_.path(); }
+
+    /// @throws FileError when the file is no longer what was opened.
+    void requireUnchanged() const { input_.requireUnchanged(); }
+
     /// Ends the work on the dataset. @return the open file, to be asked whether it is unchanged.
     InputFile takeInput() && { return std::move(input_); }
 

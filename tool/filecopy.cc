@@ -40,9 +40,10 @@ ssize_t readAndWrite(int source, off_t& at, std::size_t count, int target)
     return written;
 }
 
-bool isUnsupported(int reason)
+// What no other way could mend. All else may be the way's own fault: some file systems answer oddly, or with no bytes.
+bool isFinal(int reason)
 {
-    return reason == EXDEV || reason == EINVAL || reason == ENOSYS || reason == EOPNOTSUPP || reason == EPERM;
+    return reason == EIO || reason == ENOSPC || reason == EDQUOT || reason == EFBIG;
 }
 
 } // namespace
@@ -56,8 +57,10 @@ int copyBytes(int source, off_t begin, std::uintmax_t count, int target)
     while (left() > 0) {
         const ssize_t copied = kWays[way](source, at, std::min(left(), kStepBytes), target);
         if (copied > 0 || (copied < 0 && errno == EINTR)) continue;
-        if (copied == 0) return kSourceEnded;
-        if (!isUnsupported(errno) || ++way == kWays.size()) return errno;
+        const bool isLastWay = way + 1 == kWays.size();
+        if (copied == 0 && isLastWay) return kSourceEnded;
+        if (copied < 0 && (isLastWay || isFinal(errno))) return errno;
+        ++way;
     }
     return 0;
 }

@@ -68,10 +68,11 @@ bool isDirectory(std::string_view elements)
 bool isForeignFile(const std::filesystem::path& file)
 {
     const std::string head = headOf(file);
-    if (head.find_first_not_of('\0') == std::string::npos) return false;
     const std::string_view elements = elementsIn(head);
-    if (elements.size() == head.size() && !beginsWithElement(elements)) return true;
-    return isDirectory(elements);
+    if (elements.size() < head.size()) return isDirectory(elements);
+    // A preamble of zeros without the mark, or a sector of them that a disk lost: damaged rather than foreign.
+    const bool isDamaged = head.find_first_not_of('\0') >= std::min(head.size(), kPreambleBytes);
+    return !isDamaged && (!beginsWithElement(elements) || isDirectory(elements));
 }
 
 } // namespace kxtool

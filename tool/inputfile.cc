@@ -18,6 +18,7 @@ namespace {
 constexpr const char* kChanged = "changed while it was read";
 constexpr long kNanosecondsPerMs = 1'000'000;
 constexpr long kTickMs = 10;
+constexpr int kMostRounds = 25; // half a second
 
 bool isSameTime(const timespec& one, const timespec& other)
 {
@@ -32,14 +33,15 @@ bool isSame(const struct stat& one, const struct stat& other)
            (isSameTime(one.st_ctim, other.st_ctim) || one.st_nlink != other.st_nlink);
 }
 
-// Of the change of content or attributes, whichever came last; negative when clocks disagree.
-long ageMs(const struct stat& status)
+// Asks about the change of content or attributes, whichever came last. Clocks of other machines may be ahead.
+bool isOfThisTick(const struct stat& status)
 {
     timespec now = {};
     clock_gettime(CLOCK_REALTIME, &now);
     const long seconds = now.tv_sec - status.st_ctim.tv_sec;
-    if (seconds < -1 || seconds > 1) return seconds < 0 ? -1000 : 1000;
-    return seconds * 1000 + (now.tv_nsec - status.st_ctim.tv_nsec) / kNanosecondsPerMs;
+    if (seconds < -1 || seconds > 1) return false;
+    const long ageMs = seconds * 1000 + (now.tv_nsec - status.st_ctim.tv_nsec) / kNanosecondsPerMs;
+    return ageMs >= -kTickMs && ageMs <= kTickMs;
 }
 
 } // namespace
@@ -49,11 +51,12 @@ InputFile::InputFile(const std::filesystem::path& file)
 {
     if (!descriptor_.isOpen() || fstat(descriptor_.get(), &status_) != 0) throw FileError(path_, systemReason(errno));
     if (!S_ISREG(status_.st_mode)) throw FileError(path_, "not a regular file");
-    const long age = ageMs(status_);
-    if (age < -kTickMs || age > kTickMs) return;
-    const timespec rest = {0, 2 * kTickMs * kNanosecondsPerMs};
-    std::ignore = nanosleep(&rest, nullptr); // a signal may end it early: the comparison is then less certain
-    if (fstat(descriptor_.get(), &status_) != 0) throw FileError(path_, systemReason(errno));
+    for (int round = 0; isOfThisTick(status_); ++round) {
+        if (round == kMostRounds) throw FileError(path_, "changes all the time");
+        const timespec rest = {0, 2 * kTickMs * kNanosecondsPerMs};
+        std::ignore = nanosleep(&rest, nullptr);
+        if (fstat(descriptor_.get(), &status_) != 0) throw FileError(path_, systemReason(errno));
+    }
 }
 
 ssize_t InputFile::read(std::uintmax_t at, char* bytes, std::size_t count) const

@@ -24,11 +24,17 @@ namespace fs = std::filesystem;
 constexpr std::string_view kSuffix = ".map";
 constexpr std::string_view kOutboundSuffix = ".out.map";
 
-// A set opens regular files alone.
+// A set opens regular files alone. It passes over one that it cannot reach; here that is no answer: rules that nobody
+// could read are not the same as none.
 bool isFile(const fs::path& path)
 {
+    if (path.native().size() > kxmap::kMaxPathBytes) return false;
     std::error_code failure;
-    return path.native().size() <= kxmap::kMaxPathBytes && fs::is_regular_file(path, failure);
+    const fs::file_status status = fs::status(path, failure);
+    if (status.type() == fs::file_type::none) throw FileError(path, failure.message());
+    if (status.type() == fs::file_type::not_found && fs::is_symlink(path, failure))
+        throw FileError(path, "a link that leads nowhere");
+    return fs::is_regular_file(status);
 }
 
 std::string inLowerCase(const std::string& title)

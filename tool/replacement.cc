@@ -37,7 +37,7 @@ std::filesystem::path folderOf(const std::filesystem::path& file)
 
 Replacement::Replacement(const std::filesystem::path& target, const std::filesystem::path& source)
     : target_(resolved(target)), belongings_(belongingsOf(source)), temporary_(target_),
-      lost_(belongings_.giveQuietly(temporary_.descriptor(), temporary_.path()))
+      lost_(belongings_.giveQuietly(temporary_.descriptor()))
 {
 }
 

@@ -24,17 +24,6 @@ bool isReported(const Change& change)
     return change.place.kind != Place::Kind::Variable;
 }
 
-// What is no UTF-8 came from a mapping file, which has no character set: its bytes are spelled out.
-std::string asUtf8(std::string_view text)
-{
-    return isUtf8(text) ? std::string(text) : shownUtf8(text);
-}
-
-Json ruleOf(const Step& step)
-{
-    return {{"file", asUtf8(step.file->path.native())}, {"line", step.rule->line}, {"text", asUtf8(step.rule->text)}};
-}
-
 Json jsonOf(const Change& change, const RunCharacterSets& sets)
 {
     const auto [before, after] = readable(change, sets);
@@ -49,7 +38,7 @@ Json jsonOf(const Change& change, const RunCharacterSets& sets)
     json["before"] = before ? Json(*before) : Json();
     json["after"] = after ? Json(*after) : Json();
     json["rules"] = Json::array();
-    for (const Step* step : change.steps) json["rules"].push_back(ruleOf(*step));
+    for (const Step* step : change.steps) json["rules"].push_back(ruleJson(*step));
     return json;
 }
 
@@ -75,7 +64,7 @@ Json messagesOf(const Recording& recording, const CharacterSet& set)
     Json messages = Json::array();
     for (const Step& step : recording.steps()) {
         for (const std::string& message : step.messages)
-            messages.push_back({{"rule", ruleOf(step)}, {"text", set.readable(message)}});
+            messages.push_back({{"rule", ruleJson(step)}, {"text", set.readable(message)}});
     }
     return messages;
 }

@@ -54,8 +54,8 @@ void reportMissingTitle(const RuleChoice& choice)
          slotsFor(findMappingsFolder(choice.mappingsFolder), directionOf(choice), choice.aeTitle)) {
         if (slot.role != MappingSlot::Role::Title || slot.isThere) continue;
         const std::string hint = didYouMean(choice);
-        reportWarning(fmt::format("no file {}{}", printable(slot.name.native()),
-                                  hint.empty() ? ": the global mapping files alone apply" : hint));
+        reportWarning(
+            fmt::format("no file {}: the global mapping files alone apply{}", printable(slot.name.native()), hint));
     }
 }
 

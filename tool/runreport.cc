@@ -64,17 +64,6 @@ const char* kindName(Place::Kind kind)
     return kind == Place::Kind::Element ? "element" : kind == Place::Kind::CustomField ? "custom field" : "variable";
 }
 
-// What is no UTF-8 came from a mapping file, which has no character set: its bytes are spelled out.
-std::string asUtf8(std::string_view text)
-{
-    return isUtf8(text) ? std::string(text) : shownUtf8(text);
-}
-
-Json ruleJson(const Step& step)
-{
-    return {{"file", asUtf8(step.file->path.native())}, {"line", step.rule->line}, {"text", asUtf8(step.rule->text)}};
-}
-
 Json placeJson(const Place& place)
 {
     Json json = {{"kind", kindName(place.kind)}, {"place", asUtf8(place.name)}};
@@ -88,6 +77,17 @@ Json textJson(const std::optional<std::string>& text, const CharacterSet& set)
 }
 
 } // namespace
+
+// What is no UTF-8 came from a mapping file, which has no character set: its bytes are spelled out.
+std::string asUtf8(std::string_view text)
+{
+    return isUtf8(text) ? std::string(text) : shownUtf8(text);
+}
+
+Json ruleJson(const Step& step)
+{
+    return {{"file", asUtf8(step.file->path.native())}, {"line", step.rule->line}, {"text", asUtf8(step.rule->text)}};
+}
 
 std::string placeName(const Place& place)
 {

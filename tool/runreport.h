@@ -10,6 +10,7 @@
 
 #include <cstddef>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kxtool {
@@ -64,6 +65,13 @@ private:
 
 /// @return an array of {"warning", "kind", "place", "name", "text", "rule"}, in UTF-8.
 nlohmann::ordered_json warningsJson(const std::vector<Consequence>& consequences);
+
+/// @return a text from a mapping file or a file's name as UTF-8: they have no character set, so that what is none is spelled
+///         out byte by byte.
+std::string asUtf8(std::string_view text);
+
+/// @return {"file", "line", "text"} of the rule of a step.
+nlohmann::ordered_json ruleJson(const Step& step);
 
 /// @param unseen what an element holds. @return that rules see no text in it, as a sentence.
 std::string noteOnUnseen(const std::string& unseen);

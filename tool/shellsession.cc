@@ -109,7 +109,7 @@ ShellSession::ShellSession(const std::filesystem::path& file) : source_{kRulesNa
     if (file.empty()) empty_ = std::make_unique<DcmDataset>();
     else file_ = std::make_unique<DicomFile>(file);
     session_.dataset = file_ ? &file_->dataset() : empty_.get();
-    if (session_.dataset->loadAllDataIntoMemory().bad()) throw FileError(file, "its large values cannot be read");
+    if (file_) file_->requireUnchanged(); // all of it is in memory now
     original_ = std::make_unique<DcmDataset>(*session_.dataset);
     if (DcmFileFormat* format = formatAround(*session_.dataset))
         originalMeta_ = std::make_unique<DcmMetaInfo>(*format->getMetaInfo());
@@ -180,9 +180,19 @@ void ShellSession::save(const std::filesystem::path& target)
     // What an earlier save has put there for other UIDs may not stay.
     if (DcmFileFormat* format = formatAround(*session_.dataset); format != nullptr && originalMeta_)
         *format->getMetaInfo() = *originalMeta_;
-    Replacement replacement(target);
+    Replacement replacement(target, file_->path());
     file_->writeTo(replacement);
+    std::error_code failure;
+    const bool isSource = std::filesystem::equivalent(target, file_->path(), failure);
+    if (isSource && !hasReplacedSource_) file_->requireUnchanged();
     replacement.commit();
+    hasReplacedSource_ = hasReplacedSource_ || isSource;
+    if (!replacement.lost().empty())
+        reportWarning(
+            fmt::format("{}: could not keep its {}", printable(target.native()), fmt::join(replacement.lost(), ", ")));
+    if (replacement.otherNames() > 0)
+        reportWarning(
+            fmt::format("{}: has other names (hard links); the old content stays there", printable(target.native())));
 }
 
 } // namespace kxtool

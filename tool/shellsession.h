@@ -71,6 +71,7 @@ private:
     void applyAll();
 
     std::unique_ptr<DicomFile> file_;           // null without one
+    bool hasReplacedSource_ = false;            // by save(): the name is ours since
     std::unique_ptr<DcmDataset> empty_;         // in its stead
     std::unique_ptr<DcmDataset> original_;      // as read
     std::unique_ptr<DcmMetaInfo> originalMeta_; // as read; null without a file

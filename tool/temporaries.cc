@@ -7,7 +7,7 @@
 #include <fcntl.h>
 #include <fmt/format.h>
 #include <sys/file.h>
-#include <sys/resource.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -16,6 +16,7 @@
 #include <random>
 #include <regex>
 #include <tuple>
+#include <utility>
 
 namespace kxtool {
 namespace {
@@ -64,10 +65,17 @@ void installHandlersOnce()
     std::ignore = isInstalled;
 }
 
-bool isHeld(const fs::path& file)
+/// A file that nobody held, held by this object; or none. Where file systems keep locks to one machine, the files of
+/// others look as if nobody held them.
+Descriptor holdLeftover(const fs::path& file)
 {
-    const Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
-    return !descriptor.isOpen() || flock(descriptor.get(), LOCK_EX | LOCK_NB) != 0; // in doubt, leave it alone
+    Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
+    struct stat opened = {};
+    struct stat named = {};
+    const bool isHeld = descriptor.isOpen() && flock(descriptor.get(), LOCK_EX | LOCK_NB) == 0 &&
+                        fstat(descriptor.get(), &opened) == 0 && lstat(file.c_str(), &named) == 0 &&
+                        opened.st_dev == named.st_dev && opened.st_ino == named.st_ino;
+    return isHeld ? std::move(descriptor) : Descriptor();
 }
 
 } // namespace
@@ -80,10 +88,18 @@ Temporary::Temporary(const std::filesystem::path& target)
     if (slot == pendingPaths.end()) throw FileError(target, "too many files under way"); // a fault in the caller
     slot_ = static_cast<std::size_t>(slot - pendingPaths.begin());
     path_ = temporaryName(target, getpid(), slot_);
-    descriptor_ = Descriptor(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)); // patients' data
-    if (!descriptor_.isOpen()) throw FileError(target, systemReason(errno));
-    std::ignore = flock(descriptor_.get(), LOCK_EX | LOCK_NB); // file systems without locks are cleaned by hand
+    if (!openLocked() && !openLocked()) throw FileError(target, systemReason(errno));
     *slot = path_.c_str();
+}
+
+// Another run that cleans may have taken it for left behind before it was locked.
+bool Temporary::openLocked()
+{
+    descriptor_ = Descriptor(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)); // patients' data
+    if (!descriptor_.isOpen()) return false;
+    std::ignore = flock(descriptor_.get(), LOCK_EX); // some file systems have no locks
+    struct stat status = {};
+    return fstat(descriptor_.get(), &status) != 0 || status.st_nlink > 0;
 }
 
 Temporary::~Temporary()
@@ -124,11 +140,18 @@ std::vector<std::filesystem::path> leftoversIn(const std::filesystem::path& fold
     for (fs::directory_iterator at(folder.empty() ? "." : folder, failure), end; !failure && at != end;
          at.increment(failure)) {
         const fs::path file = folder / at->path().filename();
-        if (isTemporaryName(file.filename()) && fs::is_regular_file(at->symlink_status(failure)) && !isHeld(file))
+        if (isTemporaryName(file.filename()) && fs::is_regular_file(at->symlink_status(failure)) &&
+            holdLeftover(file).isOpen())
             left.push_back(file);
     }
     std::ranges::sort(left);
     return left;
+}
+
+int removeLeftover(const std::filesystem::path& file)
+{
+    const Descriptor held = holdLeftover(file);
+    return held.isOpen() && unlink(file.c_str()) != 0 ? errno : 0;
 }
 
 } // namespace kxtool

@@ -40,6 +40,8 @@ private:
     std::filesystem::path path_; // empty once it is gone
     std::size_t slot_ = 0;       // among those that the signal handler knows
     Descriptor descriptor_;
+
+    bool openLocked();
 };
 
 /// Removes what a process that has ended, forked from this one, has left beside these targets.
@@ -47,5 +49,8 @@ void removeTemporariesOf(pid_t process, const std::set<std::filesystem::path>& t
 
 /// @return the temporary files in a folder that no process holds: those of killed runs. None where it cannot be read.
 std::vector<std::filesystem::path> leftoversIn(const std::filesystem::path& folder);
+
+/// Removes such a file, unless a process holds it by now. @return 0, or the system's error number.
+int removeLeftover(const std::filesystem::path& file);
 
 } // namespace kxtool

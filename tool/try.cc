@@ -61,6 +61,8 @@ public:
                 tryFile(input.file);
             } catch (const FileError& error) {
                 unreadable(input.file, error);
+            } catch (const std::exception& error) { // exhausted memory
+                unreadable(input.file, FileError(input.file, error.what()));
             }
         }
         return exitCode_;
@@ -91,8 +93,12 @@ private:
     static std::string whyUnwritable(DicomFile& file, const std::filesystem::path& path)
     {
         try {
+            for (const DcmTagKey& tag : file.settle())
+                reportWarning(fmt::format("{}: {} is no part of a dataset and is left out", printable(path.native()),
+                                          tag.toString().c_str()));
             CountingSink sink(path);
             file.writeTo(sink);
+            file.requireUnchanged();
             return {};
         } catch (const FileError& error) {
             const std::string text = error.what();

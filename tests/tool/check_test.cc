@@ -100,7 +100,7 @@ TEST(ToolCheck, endlessFilesAreRefused)
         {"check m/hole.map", 2, "kxmap: m/hole.map: longer than 64 MiB, which no mapping file is\n"},
         {"check m", 2, "kxmap: m/hole.map: longer than 64 MiB, which no mapping file is\n"},
         {"list --mappings m --aet zero", 0, ""},
-        {"try --mappings m --aet zero ct.dcm", 0, "kxmap: warning: no mapping file applies to AE title zero\n"},
+        {"try --mappings m --aet zero ct.dcm", 2, "kxmap: no mapping file applies to AE title zero\n"},
         {"try --single m/zero.map ct.dcm", 2, "kxmap: m/zero.map: not a regular file\n"},
         {"apply --mappings m --aet zero -o o.dcm ct.dcm", 2, "kxmap: no mapping file applies to AE title zero\n"},
     };

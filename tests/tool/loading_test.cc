@@ -125,7 +125,7 @@ TEST_F(ToolLoading, noticesAnAeTitleWithoutAFile)
         for (const char* command : {"try", "apply --dry-run"}) {
             const ToolRun there = run(command + " ct.dcm --mappings maps "s + title);
             EXPECT_EQ(there.exitCode, 0) << title << there.errors;
-            const std::string hint = *c.hint != '\0' ? c.hint : ": the global mapping files alone apply";
+            const std::string hint = ": the global mapping files alone apply"s + c.hint;
             EXPECT_EQ(there.errors, missing.empty() ? "" : "kxmap: warning: no file " + missing + hint + "\n");
             const ToolRun none = run(command + " ct.dcm --mappings alone "s + title);
             EXPECT_EQ(none.exitCode, missing.empty() ? 0 : 2) << title << none.errors;

@@ -86,10 +86,14 @@ TEST_F(ToolWorkers, interruptedRunsLeaveWholeFiles)
 // What a dead worker had not done is done again, once: a second time would append again.
 TEST_F(ToolWorkers, deadWorkersCostNothing)
 {
-    dir.write("append.map", "(0010,0010)=concat((0010,0010),\"+\")\n");
+    std::string rules = "(0010,0010)=concat((0010,0010),\"+\")\n";
+    for (int i = 0; i < 5000; ++i)
+        rules += "USER(a)=concat((0010,0010),(0010,0020))\n"; // so that a batch takes its time
+    dir.write("append.map", rules);
     fill(400);
-    const ToolRun result = runInShell("apply --single append.map --in-place --fsync in" + whenChanged("in/0") +
-                                      "kill -9 $(cat /proc/$p/task/$p/children); wait $p");
+    const ToolRun result =
+        runInShell("apply --single append.map --in-place --fsync in" + whenChanged("in/0") +
+                   "sleep 0.05; kill -9 $(cat /proc/$p/task/$p/children); wait $p"); // in the next batch
     EXPECT_EQ(result.exitCode, 0) << result.errors;
     EXPECT_THAT(result.errors, HasSubstr("kxmap: warning: a worker process died: Killed (signal 9); "));
     EXPECT_EQ(std::ranges::count(result.errors, '\n'), 1) << result.errors;
