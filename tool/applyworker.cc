@@ -107,9 +107,7 @@ void FileWorker::applyAndWrite(const FileTask& task, Pending& pending)
     std::optional<Recording> recording;
     if (options_.needsRecording()) applySingly(task, session, recording.emplace());
     else applyAtOnce(task, session, pending);
-    for (const DcmTagKey& tag : file.settle())
-        reportWarning(fmt::format("{}: {} is no part of a dataset and is left out", printable(name.native()),
-                                  tag.toString().c_str()));
+    if (recording) warnOfDropped(name, file.settle()); // what is shown is what is written
     if (options_.isDryRun) pending.outcome.output = changeLines(name, *recording, file.dataset());
     if (options_.printsUserFields) pending.outcome.output += userFieldLines(name, session.customFields);
     write(task, file, pending);
@@ -131,10 +129,10 @@ void FileWorker::write(const FileTask& task, DicomFile& file, Pending& pending)
 {
     if (options_.isDryRun) {
         CountingSink sink(task.place);
-        return file.writeTo(sink);
+        return warnOfDropped(task.input->file, file.writeTo(sink));
     }
     pending.replacement = std::make_unique<Replacement>(task.place, task.input->file);
-    file.writeTo(*pending.replacement);
+    warnOfDropped(task.input->file, file.writeTo(*pending.replacement));
     pendingBytes_ += pending.replacement->size();
     if (options_.isDurable) pending.replacement->beginSync(); // while the next ones are worked on
     if (const std::vector<std::string>& lost = pending.replacement->lost(); !lost.empty())

@@ -234,20 +234,33 @@ bool DicomFile::seemsCut()
            dataset().tagExistsWithValue(DCM_BitsAllocated);
 }
 
+void warnOfDropped(const std::filesystem::path& file, const std::vector<DcmTagKey>& tags)
+{
+    for (const DcmTagKey& tag : tags)
+        reportWarning(fmt::format("{}: {} is no part of a dataset and is left out", printable(file.native()),
+                                  tag.toString().c_str()));
+}
+
 std::vector<DcmTagKey> DicomFile::settle()
 {
-    std::vector<DcmTagKey> dropped = dropForeignGroups();
-    if (framing_ == Framing::FileFormat) updateMetaInformation();
-    // A rule may have changed what they count; none are added.
+    std::vector<DcmTagKey> dropped = settleGroups();
+    // A rule may have changed what they count; none are added. Whoever only writes leaves this to DCMTK's writing.
     const OFCondition counted = dataset().computeGroupLengthAndPadding(EGL_recalcGL, EPD_noChange,
                                                                        dataset().getOriginalXfer(), lengthEncoding_);
     if (counted.bad()) throw FileError(input_.path(), counted.text());
     return dropped;
 }
 
-void DicomFile::writeTo(Sink& sink)
+std::vector<DcmTagKey> DicomFile::settleGroups()
 {
-    std::ignore = settle(); // what it drops was told by whoever settled first
+    std::vector<DcmTagKey> dropped = dropForeignGroups();
+    if (framing_ == Framing::FileFormat) updateMetaInformation();
+    return dropped;
+}
+
+std::vector<DcmTagKey> DicomFile::writeTo(Sink& sink)
+{
+    std::vector<DcmTagKey> dropped = settleGroups();
     const auto expected = expectedBytes();
     SinkConsumer consumer(sink);
     SinkStream stream(consumer);
@@ -267,6 +280,7 @@ void DicomFile::writeTo(Sink& sink)
     if (result.bad()) throw FileError(sink.target(), result.text());
     if (!isComplete) throw FileError(sink.target(), "not written to its end");
     requireNoErrors(sink.target());
+    return dropped;
 }
 
 // DCMTK ends well, now and then, where an element does not.

@@ -55,8 +55,9 @@ public:
 
     /// Settles the dataset, and writes the file in its own transfer syntax. Its file meta information is kept, but for the
     /// SOP Class and SOP Instance UID of a dataset in which those were changed.
+    /// @return the elements that went; none when settle() was called before.
     /// @throws FileError for what is not written; what the sink holds is then of no use.
-    void writeTo(Sink& sink);
+    std::vector<DcmTagKey> writeTo(Sink& sink);
 
     const std::filesystem::path& path() const { return input_.path(); }
 
@@ -74,6 +75,7 @@ private:
     bool isTailSound(FileProducer& producer, std::uintmax_t begin);
     OFCondition loadWhole();
     void requireLoaded(const OFCondition& loaded);
+    std::vector<DcmTagKey> settleGroups();
     void updateMetaInformation();
     std::vector<DcmTagKey> dropForeignGroups();
     std::optional<std::uintmax_t> expectedBytes();
@@ -97,5 +99,8 @@ private:
 
     std::array<TwinUid, 2> uids_;
 };
+
+/// Warns that elements, those that settle() or writeTo() returned, are not in the result.
+void warnOfDropped(const std::filesystem::path& file, const std::vector<DcmTagKey>& tags);
 
 } // namespace kxtool

@@ -181,7 +181,7 @@ void ShellSession::save(const std::filesystem::path& target)
     if (DcmFileFormat* format = formatAround(*session_.dataset); format != nullptr && originalMeta_)
         *format->getMetaInfo() = *originalMeta_;
     Replacement replacement(target, file_->path());
-    file_->writeTo(replacement);
+    warnOfDropped(target, file_->writeTo(replacement));
     std::error_code failure;
     const bool isSource = std::filesystem::equivalent(target, file_->path(), failure);
     if (isSource && !hasReplacedSource_) file_->requireUnchanged();

@@ -93,9 +93,7 @@ private:
     static std::string whyUnwritable(DicomFile& file, const std::filesystem::path& path)
     {
         try {
-            for (const DcmTagKey& tag : file.settle())
-                reportWarning(fmt::format("{}: {} is no part of a dataset and is left out", printable(path.native()),
-                                          tag.toString().c_str()));
+            warnOfDropped(path, file.settle());
             CountingSink sink(path);
             file.writeTo(sink);
             file.requireUnchanged();
