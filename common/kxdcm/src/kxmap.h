@@ -358,8 +358,8 @@ enum GlobalMappingRule : int { GlobalPre = 0, GlobalPost = 1 };
 /// Files that cannot be opened, and whatever is not a regular file, are passed over in silence.
 class MappingSet {
 public:
-    Mapping* pre;  ///< owned; null when there is none
-    Mapping* post; ///< owned; null when there is none
+    Mapping* pre;                 ///< owned; null when there is none
+    Mapping* post;                ///< owned; null when there is none
     std::list<Mapping*> mappings; ///< owned, none null; as loaded, but a server may edit it between two calls
 
     /// Loads the inbound side: every "<AE title>.map", "global/pre.map" and "global/post.map".
