@@ -233,12 +233,12 @@ private:
         const Sample after{*change.after, change.place.tag, vr, sets_.after(step)};
         const std::vector<Fault> known = faultsOf(before);
         std::vector<Fault> now = faultsOf(after);
-        const auto isCharsetFault = [](const Fault& fault) { return fault.name == fault::kCharset; };
+        const auto isCharsetFault = [](const Fault& fault) { return std::string_view(fault.name) == fault::kCharset; };
         if (std::ranges::none_of(now, isCharsetFault) && isUtf8Elsewhere(before, after))
             now.push_back(utf8Fault(after));
         for (Fault& fault : now) {
-            const bool isTheSenders =
-                std::ranges::any_of(known, [&fault](const Fault& one) { return one.name == fault.name; });
+            const bool isTheSenders = std::ranges::any_of(
+                known, [&fault](const Fault& one) { return std::string_view(one.name) == fault.name; });
             if (!isTheSenders) add(std::move(fault), change.place, step);
         }
     }

@@ -59,6 +59,15 @@ E_EncodingType lengthEncodingOf(DcmDataset& dataset)
     return EET_ExplicitLength;
 }
 
+// Items of sequences may have some, too.
+bool mayHaveGroupLengths(DcmDataset& dataset)
+{
+    for (DcmObject* object = nullptr; (object = dataset.nextInContainer(object)) != nullptr;) {
+        if (object->getETag() == 0x0000 || object->ident() == EVR_SQ) return true;
+    }
+    return false;
+}
+
 std::string uidOf(DcmItem& item, const DcmTagKey& tag)
 {
     OFString uid;
@@ -243,24 +252,19 @@ void warnOfDropped(const std::filesystem::path& file, const std::vector<DcmTagKe
 
 std::vector<DcmTagKey> DicomFile::settle()
 {
-    std::vector<DcmTagKey> dropped = settleGroups();
-    // A rule may have changed what they count; none are added. Whoever only writes leaves this to DCMTK's writing.
+    std::vector<DcmTagKey> dropped = dropForeignGroups();
+    if (framing_ == Framing::FileFormat) updateMetaInformation();
+    if (!mayHaveGroupLengths(dataset())) return dropped;
+    // A rule may have changed what they count, or made one; none are added.
     const OFCondition counted = dataset().computeGroupLengthAndPadding(EGL_recalcGL, EPD_noChange,
                                                                        dataset().getOriginalXfer(), lengthEncoding_);
     if (counted.bad()) throw FileError(input_.path(), counted.text());
     return dropped;
 }
 
-std::vector<DcmTagKey> DicomFile::settleGroups()
-{
-    std::vector<DcmTagKey> dropped = dropForeignGroups();
-    if (framing_ == Framing::FileFormat) updateMetaInformation();
-    return dropped;
-}
-
 std::vector<DcmTagKey> DicomFile::writeTo(Sink& sink)
 {
-    std::vector<DcmTagKey> dropped = settleGroups();
+    std::vector<DcmTagKey> dropped = settle();
     const auto expected = expectedBytes();
     SinkConsumer consumer(sink);
     SinkStream stream(consumer);

@@ -75,7 +75,6 @@ private:
     bool isTailSound(FileProducer& producer, std::uintmax_t begin);
     OFCondition loadWhole();
     void requireLoaded(const OFCondition& loaded);
-    std::vector<DcmTagKey> settleGroups();
     void updateMetaInformation();
     std::vector<DcmTagKey> dropForeignGroups();
     std::optional<std::uintmax_t> expectedBytes();
