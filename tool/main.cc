@@ -1,11 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // kxmap's entry: the options that all commands share, and the way to each command. The locale stays "C", as in a server
 // that does not ask for another.
-#include "tool/commands.h"
-#include "tool/exitcodes.h"
-#include "tool/lintnames.h"
-#include "tool/output.h"
-#include "tool/table.h"
+#include "tool/commands/commands.h"
+#include "tool/console/exitcodes.h"
+#include "tool/console/output.h"
+#include "tool/console/table.h"
+#include "tool/rules/lintnames.h"
 
 #include <CLI/CLI.hpp>
 #include <fmt/format.h>

@@ -1,0 +1,328 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Widths by the C library's own tables, in its UTF-8 locale; the process's locale stays as it is.
+#include "tool/console/table.h"
+
+#include <CLI/CLI.hpp>
+
+#include <algorithm>
+#include <charconv>
+#include <cstdlib>
+#include <cwchar>
+#include <fmt/format.h>
+#include <functional>
+#include <map>
+#include <numeric>
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+namespace kxtool {
+namespace {
+
+constexpr std::size_t kGap = 2;       // blanks between columns
+constexpr std::size_t kMostLines = 6; // of one text that wraps; then "..."
+
+struct Character {
+    std::size_t size;  // bytes
+    wchar_t code;      // 0 for a byte that begins no character
+    std::size_t width; // columns
+};
+
+Character characterAt(std::string_view text)
+{
+    std::mbstate_t state = {};
+    wchar_t code = 0;
+    const std::size_t size = std::mbrtowc(&code, text.data(), text.size(), &state);
+    if (size == 0 || size > text.size()) return {1, 0, 1}; // NUL, a stray byte, a character that is cut off
+    const int width = wcwidth(code);
+    return {size, code, width < 0 ? 1 : static_cast<std::size_t>(width)};
+}
+
+bool staysUnseen(wchar_t code)
+{
+    constexpr std::pair<wchar_t, wchar_t> kUnseen[] = {
+        {0x0000, 0x001F}, {0x007F, 0x009F}, {0x00AD, 0x00AD}, {0x061C, 0x061C}, {0x200B, 0x200F},
+        {0x2028, 0x202E}, {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}, {0xE0000, 0xE007F},
+    };
+    return std::ranges::any_of(kUnseen, [code](auto range) { return range.first <= code && code <= range.second; });
+}
+
+std::size_t widthOf(std::string_view text)
+{
+    std::size_t width = 0;
+    while (!text.empty()) {
+        const Character character = characterAt(text);
+        width += character.width;
+        text.remove_prefix(character.size);
+    }
+    return width;
+}
+
+// Where a line may end well: behind blanks and what parts names, values and paths, and inside of compounds.
+bool mayBreakBetween(char before, char after)
+{
+    const auto isIn = [](char c, char first, char last) { return c >= first && c <= last; };
+    return std::string_view(" ^=\\/._").find(before) != std::string_view::npos ||
+           (isIn(before, 'a', 'z') && isIn(after, 'A', 'Z'));
+}
+
+// Breaks a text into lines of at most `width` columns: where that looks well, else anywhere between characters.
+std::vector<std::string_view> wrapped(std::string_view text, std::size_t width)
+{
+    std::vector<std::string_view> lines;
+    std::size_t begin = 0;
+    std::size_t good = 0; // the line may end before it
+    std::size_t columns = 0;
+    for (std::size_t at = 0; at < text.size();) {
+        if (at > begin && mayBreakBetween(text[at - 1], text[at])) good = at;
+        const Character character = characterAt(text.substr(at));
+        if (columns + character.width > width && at > begin) {
+            const std::size_t end = good > begin ? good : at;
+            const std::string_view line = text.substr(begin, end - begin);
+            lines.push_back(line.ends_with(' ') ? line.substr(0, line.size() - 1) : line);
+            begin = at = end;
+            columns = 0;
+            continue;
+        }
+        columns += character.width;
+        at += character.size;
+    }
+    lines.push_back(text.substr(begin));
+    return lines;
+}
+
+std::vector<std::string> linesOf(std::string_view text, std::size_t width)
+{
+    std::vector<std::string> lines;
+    for (std::string_view line : wrapped(text, width)) {
+        if (lines.size() == kMostLines) {
+            lines.back() = "...";
+            break;
+        }
+        lines.emplace_back(line);
+    }
+    return lines;
+}
+
+std::size_t totalOf(const std::vector<std::size_t>& widths)
+{
+    return std::accumulate(widths.begin(), widths.end(), kGap * (widths.size() - 1));
+}
+
+const char* codeOf(Color color)
+{
+    switch (color) {
+    case Color::Bold:
+        return "1";
+    case Color::Dim:
+        return "2";
+    case Color::Red:
+        return "31";
+    case Color::Green:
+        return "32";
+    case Color::Yellow:
+        return "33";
+    case Color::Cyan:
+        return "36";
+    case Color::Plain:
+        break;
+    }
+    return "";
+}
+
+} // namespace
+
+void addColorOption(CLI::App& command, ColorMode& mode)
+{
+    static const std::map<std::string, ColorMode> names = {
+        {"auto", ColorMode::Auto}, {"always", ColorMode::Always}, {"never", ColorMode::Never}};
+    const std::vector<std::string> words = {"auto", "always", "never"};
+    command
+        .add_option_function<std::string>(
+            "--color", [&mode](const std::string& word) { mode = names.at(word); },
+            "When to use colours: auto (on a terminal, unless NO_COLOR is set), always, never")
+        ->type_name("WHEN")
+        ->check(CLI::IsMember(words).description(""));
+}
+
+Utf8Scope::Utf8Scope()
+{
+    // Null, where the system lacks it, changes nothing: bytes of 0x80 and above are then spelled out.
+    static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+    before_ = uselocale(utf8);
+}
+
+Utf8Scope::~Utf8Scope()
+{
+    uselocale(before_);
+}
+
+bool usesColor(ColorMode mode)
+{
+    if (mode != ColorMode::Auto) return mode == ColorMode::Always;
+    const char* refused = std::getenv("NO_COLOR");
+    const char* terminal = std::getenv("TERM");
+    const bool isDumb = terminal == nullptr || std::string_view(terminal) == "dumb";
+    return (refused == nullptr || *refused == '\0') && !isDumb && isatty(STDOUT_FILENO) == 1;
+}
+
+std::string colored(std::string_view text, Color color, bool isOn)
+{
+    if (!isOn || color == Color::Plain || text.empty()) return std::string(text);
+    return fmt::format("\x1B[{}m{}\x1B[0m", codeOf(color), text);
+}
+
+std::string shownUtf8(std::string_view text)
+{
+    const Utf8Scope utf8;
+    std::string shown;
+    while (!text.empty()) {
+        const Character character = characterAt(text);
+        const auto byte = static_cast<unsigned char>(text.front());
+        if (character.code == 0 || (staysUnseen(character.code) && byte < 0x80))
+            shown += fmt::format("\\x{:02X}", byte);
+        else if (staysUnseen(character.code))
+            shown += fmt::format("\\u{:04X}", static_cast<unsigned long>(character.code));
+        else shown += text.substr(0, character.size);
+        text.remove_prefix(character.size);
+    }
+    return shown;
+}
+
+std::string shownQuoted(std::string_view text)
+{
+    constexpr std::size_t kShown = 60;    // columns
+    constexpr std::size_t kEnough = 1000; // bytes that fill them in any case
+    std::string shown = shownUtf8(text.substr(0, kEnough));
+    if (displayWidth(shown) <= kShown) return '"' + shown + '"';
+    while (displayWidth(shown) > kShown - 3) {
+        while ((static_cast<unsigned char>(shown.back()) & 0xC0U) == 0x80) shown.pop_back();
+        shown.pop_back();
+    }
+    return '"' + shown + "...\"";
+}
+
+std::size_t displayWidth(std::string_view text)
+{
+    const Utf8Scope utf8;
+    return widthOf(text);
+}
+
+std::size_t outputWidth()
+{
+    if (const char* columns = std::getenv("COLUMNS")) {
+        std::size_t width = 0;
+        const std::string_view text(columns);
+        const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), width);
+        if (failure == std::errc() && end == text.data() + text.size() && width > 0) return width;
+    }
+    struct winsize size = {};
+    return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 ? size.ws_col : 0;
+}
+
+Table::Table(std::vector<Column> columns) : columns_(std::move(columns)) {}
+
+void Table::addRow(std::vector<Cell> cells)
+{
+    cells.resize(columns_.size());
+    rows_.push_back(std::move(cells));
+}
+
+// Every column as wide as its widest text; when that is too much, the widest of those that wrap give way first.
+std::vector<std::size_t> Table::widthsFor(std::size_t room) const
+{
+    std::vector<std::size_t> widths;
+    for (std::size_t column = 0; column < columns_.size(); ++column) {
+        std::size_t width = widthOf(columns_[column].head);
+        for (const auto& row : rows_) width = std::max(width, widthOf(row[column].text));
+        widths.push_back(width);
+    }
+    if (room == 0) return widths;
+    for (;;) {
+        const std::size_t total = totalOf(widths);
+        if (total <= room) return widths;
+        std::size_t widest = widths.size();
+        for (std::size_t column = 0; column < widths.size(); ++column) {
+            if (columns_[column].mayWrap && widths[column] > columns_[column].least &&
+                (widest == widths.size() || widths[column] > widths[widest]))
+                widest = column;
+        }
+        if (widest == widths.size()) return widths; // narrower is not readable
+        // Down to the next one in width, or by what is too much.
+        std::size_t next = columns_[widest].least;
+        for (std::size_t column = 0; column < widths.size(); ++column) {
+            if (columns_[column].mayWrap && widths[column] < widths[widest]) next = std::max(next, widths[column]);
+        }
+        next = std::min(next, widths[widest] - 1);
+        widths[widest] = std::max(next, widths[widest] - std::min(total - room, widths[widest] - 1));
+    }
+}
+
+void Table::appendRow(const std::vector<Cell>& row, const std::vector<std::size_t>& widths, bool isColored,
+                      std::size_t indent, std::string& out) const
+{
+    std::vector<std::vector<std::string>> lines;
+    std::size_t height = 1;
+    for (std::size_t column = 0; column < row.size(); ++column) {
+        lines.push_back(linesOf(row[column].text, widths[column]));
+        height = std::max(height, lines.back().size());
+    }
+    for (std::size_t line = 0; line < height; ++line) {
+        std::size_t pending = indent; // blanks, written when something follows them
+        for (std::size_t column = 0; column < row.size(); ++column) {
+            const std::string_view text = line < lines[column].size() ? lines[column][line] : std::string_view();
+            const std::size_t width = widthOf(text);
+            const std::size_t padding = widths[column] > width ? widths[column] - width : 0;
+            if (columns_[column].isNumber) pending += padding;
+            if (!text.empty()) {
+                out.append(pending, ' ');
+                out += colored(text, row[column].color, isColored);
+                pending = 0;
+            }
+            pending += kGap + (columns_[column].isNumber ? 0 : padding);
+        }
+        out += '\n';
+    }
+}
+
+// Each text on lines of its own behind its column's head: what is left where the columns do not fit side by side.
+void Table::appendRecord(const std::vector<Cell>& row, std::size_t room, bool isColored, std::size_t indent,
+                         std::string& out) const
+{
+    constexpr std::size_t kLeastText = 8;
+    std::size_t heads = 0;
+    for (const Column& column : columns_) heads = std::max(heads, widthOf(column.head));
+    const std::size_t behind = room > heads + kGap + kLeastText ? room - heads - kGap : kLeastText;
+    for (std::size_t column = 0; column < row.size(); ++column) {
+        if (row[column].text.empty()) continue;
+        std::string head = columns_[column].head;
+        for (const std::string& line : linesOf(row[column].text, behind)) {
+            const std::size_t padding = heads - widthOf(head) + kGap;
+            out.append(indent, ' ').append(colored(head, Color::Bold, isColored)).append(padding, ' ');
+            out.append(colored(line, row[column].color, isColored)).append("\n");
+            head.clear();
+        }
+    }
+}
+
+std::string Table::text(std::size_t width, bool isColored, std::size_t indent) const
+{
+    if (rows_.empty()) return {};
+    const Utf8Scope utf8;
+    const std::size_t room = width == 0 ? 0 : width - std::min(width - 1, indent);
+    const std::vector<std::size_t> widths = widthsFor(room);
+    std::string out;
+    if (room > 0 && totalOf(widths) > room) {
+        for (const auto& row : rows_) {
+            if (!out.empty() && !row.front().text.empty()) out += '\n'; // not before what belongs to the row above
+            appendRecord(row, room, isColored, indent, out);
+        }
+        return out;
+    }
+    std::vector<Cell> head;
+    for (const Column& column : columns_) head.push_back({column.head, Color::Bold});
+    appendRow(head, widths, isColored, indent, out);
+    for (const auto& row : rows_) appendRow(row, widths, isColored, indent, out);
+    return out;
+}
+
+} // namespace kxtool

@@ -1,0 +1,294 @@
+// SPDX-License-Identifier: BSD-3-Clause
+// Names of functions and keywords of the data dictionary, near misses of them included.
+#include "tool/rules/lintnames.h"
+
+#include "tool/rules/rulefile.h"
+
+#include "kxmap.h"
+
+#include <dcmtk/dcmdata/dcdicent.h>
+#include <dcmtk/dcmdata/dcdict.h>
+
+#include <algorithm>
+#include <array>
+#include <cctype>
+#include <fmt/format.h>
+#include <span>
+#include <unordered_map>
+#include <utility>
+#include <vector>
+
+namespace kxtool {
+namespace {
+
+// What other languages call it.
+constexpr std::pair<std::string_view, std::string_view> kElsewhere[] = {
+    {"upper", "toUpper"},
+    {"uppercase", "toUpper"},
+    {"lower", "toLower"},
+    {"lowercase", "toLower"},
+    {"length", "strlen"},
+    {"len", "strlen"},
+    {"substring", "substr"},
+    {"mid", "substr"},
+    {"left", "substr"},
+    {"random", "rnd"},
+    {"rand", "rnd"},
+    {"age", "dicomAge"},
+    {"var", "$"},
+    {"variable", "$"},
+    {"field", "USER"},
+    {"custom", "USER"},
+    {"eq", "equals"},
+    {"is", "equals"},
+    {"join", "concat"},
+    {"concatenate", "concat"},
+    {"append", "concat"},
+    {"plus", "add"},
+    {"sum", "add"},
+    {"minus", "sub"},
+    {"subtract", "sub"},
+    {"multiply", "mul"},
+    {"divide", "div"},
+    {"iif", "if"},
+    {"ifelse", "if"},
+    {"when", "if"},
+    {"map", "translate"},
+    {"switch", "translate"},
+    {"case", "translate"},
+    {"replace", "translate"},
+    {"find", "indexof"},
+    {"instr", "indexof"},
+    {"includes", "contains"},
+    {"nil", "NULL"},
+    {"none", "NULL"},
+    {"delete", "NULL"},
+    {"remove", "NULL"},
+    {"coalesce", "or"},
+    {"default", "or"},
+    {"sequence", "SEQ"},
+    {"isnull", "not"},
+    {"modulo", "mod"},
+    {"range", "between"},
+    {"hash", "codestring"},
+};
+
+std::string lower(std::string_view text)
+{
+    std::string result(text);
+    for (char& c : result) {
+        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
+    }
+    return result;
+}
+
+std::span<const FunctionDef* const> functions()
+{
+    return std::span(funcList).first(std::size(funcList) - 1);
+}
+
+std::string didYouMean(std::string_view name)
+{
+    const auto takesNone = [name](const FunctionDef* function) {
+        return name == function->name && function->numParamsOK(0);
+    };
+    return fmt::format("did you mean \"{}{}\"?", name, std::ranges::any_of(functions(), takesNone) ? "()" : "");
+}
+
+std::string hintForAlias(std::string_view name)
+{
+    std::vector<std::string> meant;
+    for (const FunctionDef* function : functions()) {
+        if (function->alias != nullptr && name == function->alias && name != function->name)
+            meant.push_back(fmt::format("\"{}\"", function->name));
+    }
+    if (meant.empty()) return {};
+    return fmt::format("\"{}\" is no function; write {}", name, fmt::join(meant, " or "));
+}
+
+std::string nearest(std::string_view name)
+{
+    const std::string wanted = lower(name);
+    std::size_t least = std::max<std::size_t>(1, name.size() / 3) + 1;
+    std::string_view best;
+    for (const FunctionDef* function : functions()) {
+        if (*function->name == '\0' || *function->name == '$') continue;
+        const std::size_t distance = editDistance(wanted, lower(function->name));
+        if (distance < least && distance < name.size()) {
+            least = distance;
+            best = function->name;
+        }
+    }
+    return best.empty() ? std::string() : didYouMean(best);
+}
+
+using Keywords = std::unordered_map<std::string, DcmTagKey>;
+
+const Keywords& keywords()
+{
+    static const Keywords all = [] {
+        Keywords map;
+        DcmDataDictionary& dictionary = dcmDataDict.wrlock(); // nothing is written; its iterators ask for it
+        for (auto entry = dictionary.normalBegin(); entry != dictionary.normalEnd(); ++entry) {
+            if ((*entry)->getPrivateCreator() == nullptr) map.try_emplace((*entry)->getTagName(), (*entry)->getKey());
+        }
+        dcmDataDict.wrunlock();
+        return map;
+    }();
+    return all;
+}
+
+std::string tagText(unsigned group, unsigned element)
+{
+    return fmt::format("({:04x},{:04x})", group, element);
+}
+
+std::string_view trimmed(std::string_view text)
+{
+    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
+    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
+    return text;
+}
+
+bool readComponent(std::string_view text, unsigned& number)
+{
+    text = trimmed(text);
+    if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
+    if (text.empty() || text.size() > 4) return false;
+    number = 0;
+    for (const char c : text) {
+        if (std::isxdigit(static_cast<unsigned char>(c)) == 0) return false;
+        number = number * 16 + static_cast<unsigned>(c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10);
+    }
+    return true;
+}
+
+bool isOperator(char c)
+{
+    return std::string_view("+-*/%=<>!&|").find(c) != std::string_view::npos;
+}
+
+// A name of several words, or one with a capital as no built-in has it: "Knee (left)".
+bool looksLikeProse(std::string_view name)
+{
+    const bool hasLetter =
+        std::ranges::any_of(name, [](char c) { return std::isalpha(static_cast<unsigned char>(c)) != 0; });
+    return hasLetter && (name.find(' ') != std::string_view::npos || (name.front() >= 'A' && name.front() <= 'Z'));
+}
+
+bool isTarget(std::string_view text)
+{
+    const RuleFile read = readRuleText(std::string(text) + "=x", "");
+    return read.lines.size() == 1 && read.lines.front().target;
+}
+
+/// @param begin where a target seems to stand. @return whether a value ends before it, so that no operator joins the two.
+bool followsAValue(std::string_view text, std::size_t begin)
+{
+    const std::string before = lower(trimmed(text.substr(0, begin)));
+    if (before.empty() || isOperator(before.back())) return false;
+    return std::ranges::none_of(std::array{"(", ",", " and", " or", " not"},
+                                [&before](std::string_view end) { return before.ends_with(end); });
+}
+
+bool holdsSecondRule(std::string_view text)
+{
+    for (std::size_t close = text.find(")="); close != std::string_view::npos; close = text.find(")=", close + 1)) {
+        std::size_t begin = text.rfind('(', close);
+        if (begin == std::string_view::npos || text.substr(close + 2).starts_with('=')) continue;
+        for (const std::string_view prefix : {"$", "USER", "SEQ"}) {
+            if (text.substr(0, begin).ends_with(prefix)) begin -= prefix.size();
+        }
+        if (followsAValue(text, begin) && isTarget(text.substr(begin, close + 1 - begin))) return true;
+    }
+    return false;
+}
+
+} // namespace
+
+const char* hintForInfix(std::string_view text)
+{
+    return holdsSecondRule(text) ? "this looks like two rules: write each on a line of its own" : kNoOperators;
+}
+
+std::size_t editDistance(std::string_view a, std::string_view b)
+{
+    constexpr std::size_t kMost = 32;
+    if (a.size() > kMost || b.size() > kMost) return a == b ? 0 : kMost;
+    std::array<std::array<std::size_t, kMost + 1>, kMost + 1> cost; // of the first i and j letters
+    for (std::size_t i = 0; i <= a.size(); ++i) cost[i][0] = i;
+    for (std::size_t j = 0; j <= b.size(); ++j) cost[0][j] = j;
+    for (std::size_t i = 1; i <= a.size(); ++i) {
+        for (std::size_t j = 1; j <= b.size(); ++j) {
+            const std::size_t change = cost[i - 1][j - 1] + (a[i - 1] == b[j - 1] ? 0 : 1);
+            cost[i][j] = std::min({cost[i - 1][j] + 1, cost[i][j - 1] + 1, change});
+            if (i > 1 && j > 1 && a[i - 1] == b[j - 2] && a[i - 2] == b[j - 1])
+                cost[i][j] = std::min(cost[i][j], cost[i - 2][j - 2] + 1);
+        }
+    }
+    return cost[a.size()][b.size()];
+}
+
+std::string hintForFunction(std::string_view name)
+{
+    const std::string_view word = trimmed(name);
+    const auto isNamed = [](std::string_view wanted) {
+        return std::ranges::any_of(functions(), [wanted](const FunctionDef* f) { return wanted == f->name; });
+    };
+    if (word != name && isNamed(word)) return "remove the blank before \"(\"";
+    if (std::string hint = hintForAlias(word); !hint.empty()) return hint;
+    if (looksInfix(name)) return hintForInfix(name);
+    if (word.starts_with('"'))
+        return "a text that ends in \")\" is taken for a call: quote all of it, or part it with a comma";
+    const std::string lowered = lower(word);
+    for (const FunctionDef* function : functions()) {
+        if (lowered == lower(function->name)) return didYouMean(function->name);
+    }
+    for (const auto& [other, ours] : kElsewhere) {
+        if (lowered == other) return didYouMean(ours);
+    }
+    if (const std::string tag = tagOfKeyword(word); !tag.empty()) return fmt::format("write {} for {}", tag, word);
+    if (word.starts_with('$') || word.starts_with('@')) return "a variable is read with $(name)";
+    if (std::string hint = nearest(word); !hint.empty() || !looksLikeProse(name)) return hint;
+    return "a text that ends in \")\" is taken for a call: put it in quotes where it is meant";
+}
+
+std::string tagOfKeyword(std::string_view word)
+{
+    const auto found = keywords().find(std::string(word));
+    return found == keywords().end() ? std::string() : tagText(found->second.getGroup(), found->second.getElement());
+}
+
+std::string tagMeantBy(std::string_view text)
+{
+    text = trimmed(text);
+    while (!text.empty() && std::string_view("([{").find(text.front()) != std::string_view::npos) text.remove_prefix(1);
+    while (!text.empty() && std::string_view(")]}:").find(text.back()) != std::string_view::npos) text.remove_suffix(1);
+    text = trimmed(text);
+    if (std::string tag = tagOfKeyword(text); !tag.empty()) return tag;
+    unsigned group = 0;
+    unsigned element = 0;
+    const std::size_t comma = text.find_first_of(",;.:|");
+    const bool isSplit = comma != std::string_view::npos;
+    if (!isSplit && text.size() != 8) return {};
+    const std::string_view first = text.substr(0, isSplit ? comma : 4);
+    const std::string_view second = text.substr(isSplit ? comma + 1 : 4);
+    return readComponent(first, group) && readComponent(second, element) ? tagText(group, element) : std::string();
+}
+
+bool looksInfix(std::string_view text)
+{
+    if (text.starts_with('=') || text.starts_with('!')) return true;
+    for (const std::string_view pair : {"==", "!=", "&&", "||", ">=", "<="}) {
+        if (text.find(pair) != std::string_view::npos) return true;
+    }
+    for (std::size_t i = 1; i + 1 < text.size(); ++i) {
+        if (!isOperator(text[i])) continue;
+        if (text[i - 1] == ' ' && text[i + 1] == ' ') return true;
+        const std::string_view before = trimmed(text.substr(0, i));
+        if (before.ends_with(')') || before.ends_with('"')) return true;
+    }
+    return false;
+}
+
+} // namespace kxtool
