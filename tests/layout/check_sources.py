@@ -15,6 +15,22 @@ ARROWS = {
     "kxmap/mappings": {"mappings", "functions", "targets", "core"},
     ".": {"core"},  # sources only: the headers beside kxmap.h are installed, what lies below kxmap/ is not
 }
+# Room below tool/ -> rooms that its files may include. main.cc may include all.
+FOUNDATION = {"console", "system"}
+MIDDLE = FOUNDATION | {"dicom", "rules"}
+UPPER = MIDDLE | {"record", "lint"}
+ROOMS = {
+    "console": {"console"},
+    "system": FOUNDATION,
+    "dicom": FOUNDATION | {"dicom"},
+    "rules": FOUNDATION | {"rules"},
+    "record": MIDDLE | {"record"},
+    "lint": MIDDLE | {"lint"},
+    "conformance": UPPER | {"conformance"},
+    "apply": UPPER | {"apply"},
+    "shell": UPPER | {"shell"},
+    "commands": UPPER | {"conformance", "apply", "shell", "commands"},
+}
 PUBLIC = {"kxmap.h", "KXItem.h", "KXCustomFields.h", "QVDate.h"}
 FOR_THE_TOOL = "kxmap/core/inspect.h"  # the one private header that the tool shares
 LINE_LIMIT = 400
@@ -36,6 +52,13 @@ def includeFault(folder, name, mark, target):
             return f"{target} is against the arrows"
     elif mark == '"' and target not in PUBLIC:
         return f'"{target}": includes are written from src, and private headers lie below kxmap/'
+    return None
+
+
+def roomFault(room, target):
+    """Says what is wrong with one include line of the tool, or nothing."""
+    if target.startswith("tool/") and target.split("/")[1] not in ROOMS[room]:
+        return f"{target} is no room to the left of {room}"
     return None
 
 
@@ -73,7 +96,12 @@ def faults(root):
                     fault = includeFault(path.parent.relative_to(source).as_posix(), path.name, *match.groups())
                     if fault:
                         yield where, number, fault
-                elif top in ("tool", "examples") and match and match.group(2).startswith("kxmap/") and not (
+                elif top == "tool" and match and path.parent != root / top:
+                    room = path.parent.name
+                    fault = roomFault(room, match.group(2)) if room in ROOMS else f"{room} is no room"
+                    if fault:
+                        yield where, number, fault
+                if top in ("tool", "examples") and match and match.group(2).startswith("kxmap/") and not (
                     top == "tool" and match.group(2) == FOR_THE_TOOL):
                     yield where, number, f"{match.group(2)} is private to the library"
             if inLibrary:

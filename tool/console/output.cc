@@ -2,7 +2,7 @@
 // Messages, results, and the loggers below them.
 #include "tool/console/output.h"
 
-#include "tool/dicom/lintvalue.h"
+#include "tool/console/utf8.h"
 
 #include <dcmtk/config/osconfig.h>
 #include <dcmtk/oflog/oflog.h>

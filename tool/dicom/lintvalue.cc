@@ -2,6 +2,8 @@
 // The VRs as a table: how long a value may be, and a test of its form.
 #include "tool/dicom/lintvalue.h"
 
+#include "tool/console/utf8.h"
+
 #include "kxmap.h"
 
 #include <algorithm>
@@ -283,26 +285,6 @@ std::optional<ValueFault> valueFault(const VrRule& rule, std::string_view value)
 }
 
 } // namespace
-
-std::size_t utf8SizeAt(std::string_view text)
-{
-    if (text.empty()) return 0;
-    const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned first = byte(0);
-    const std::size_t size = first < 0x80   ? 1
-                             : first < 0xC2 ? 0
-                             : first < 0xE0 ? 2
-                             : first < 0xF0 ? 3
-                             : first < 0xF5 ? 4
-                                            : 0;
-    if (size == 0 || size > text.size()) return 0;
-    for (std::size_t i = 1; i < size; ++i) {
-        if ((byte(i) & 0xC0) != 0x80) return 0;
-    }
-    const bool isOverlong = (first == 0xE0 && byte(1) < 0xA0) || (first == 0xF0 && byte(1) < 0x90);
-    const bool isBeyond = (first == 0xED && byte(1) >= 0xA0) || (first == 0xF4 && byte(1) >= 0x90);
-    return isOverlong || isBeyond ? 0 : size;
-}
 
 std::size_t characterCount(std::string_view text)
 {

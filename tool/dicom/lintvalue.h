@@ -26,7 +26,4 @@ std::optional<ValueFault> faultOf(DcmEVR vr, std::string_view text);
 /// @return the characters of a text: of UTF-8 when it is well-formed, else bytes.
 std::size_t characterCount(std::string_view text);
 
-/// @return the size of the UTF-8 character that a text begins with; 0 when its first byte begins none.
-std::size_t utf8SizeAt(std::string_view text);
-
 } // namespace kxtool

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Findings for programs: our own JSON, and SARIF (OASIS, version 2.1.0) for code review tools.
+#include "tool/console/utf8.h"
 #include "tool/dicom/lintvalue.h"
 #include "tool/lint/lintreport.h"
 

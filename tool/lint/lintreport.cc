@@ -3,6 +3,7 @@
 #include "tool/lint/lintreport.h"
 #include "tool/console/output.h"
 #include "tool/console/table.h"
+#include "tool/console/utf8.h"
 #include "tool/dicom/lintvalue.h"
 
 #include <algorithm>

@@ -2,7 +2,7 @@
 // Conversion by DCMTK, and for what its use of the C library's iconv lacks (the Japanese sets) by iconv's own names.
 #include "tool/record/chartext.h"
 
-#include "tool/dicom/lintvalue.h"
+#include "tool/console/utf8.h"
 #include "tool/record/recorder.h"
 
 #include <dcmtk/dcmdata/dcdatset.h>
@@ -127,16 +127,6 @@ CharacterSet RunCharacterSets::after(const Step& step) const
     std::list<int> path(nested->path);
     DcmItem* item = getParentItem(path, &dataset_);
     return item == nullptr ? after_ : CharacterSet::of(*item);
-}
-
-bool isUtf8(std::string_view text)
-{
-    while (!text.empty()) {
-        const std::size_t size = utf8SizeAt(text);
-        if (size == 0) return false;
-        text.remove_prefix(size);
-    }
-    return true;
 }
 
 bool isPlainAscii(std::string_view text)

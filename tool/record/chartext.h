@@ -68,9 +68,6 @@ private:
     CharacterSet after_;
 };
 
-/// @return whether the bytes are UTF-8, ASCII included.
-bool isUtf8(std::string_view text);
-
 /// @return whether all bytes are ASCII, and none begins an escape sequence: the same in every character set.
 bool isPlainAscii(std::string_view text);
 

@@ -5,6 +5,7 @@
 
 #include "tool/console/output.h"
 #include "tool/console/table.h"
+#include "tool/console/utf8.h"
 #include "tool/record/runreport.h"
 
 #include <fmt/format.h>

@@ -4,6 +4,7 @@
 
 #include "KXItem.h"
 #include "tool/console/table.h"
+#include "tool/console/utf8.h"
 #include "tool/record/report.h"
 
 #include <dcmtk/dcmdata/dcdatset.h>

@@ -3,6 +3,7 @@
 #include "tool/record/valuefaults.h"
 
 #include "tool/console/table.h"
+#include "tool/console/utf8.h"
 #include "tool/dicom/lintvalue.h"
 
 #include <dcmtk/dcmdata/dcdicent.h>
