@@ -6,7 +6,7 @@
 
 #include "tool/console/output.h"
 #include "tool/dicom/dicomfile.h"
-#include "tool/record/messagetap.h"
+#include "tool/rules/messagetap.h"
 #include "tool/record/report.h"
 #include "tool/rules/ruleoptions.h"
 #include "tool/system/sink.h"

@@ -3,7 +3,7 @@
 // ASCII letters alone when both are read in their character set.
 #include "tool/record/lettercase.h"
 
-#include "tool/record/heldvalue.h"
+#include "tool/rules/heldvalue.h"
 
 #include <dcmtk/ofstd/ofchrenc.h>
 

@@ -3,8 +3,8 @@
 #include "tool/record/recorder.h"
 
 #include "KXItem.h"
-#include "tool/record/heldvalue.h"
-#include "tool/record/messagetap.h"
+#include "tool/rules/heldvalue.h"
+#include "tool/rules/messagetap.h"
 
 #include <dcmtk/dcmdata/dcsequen.h>
 
@@ -16,6 +16,13 @@
 
 namespace kxtool {
 namespace {
+
+/// @return what an element shows in which rules see no text; empty for other values.
+std::string unseenIn(const HeldValue& value)
+{
+    DcmElement* element = value.element();
+    return element == nullptr || hasText(*element) ? "" : shownText(*element);
+}
 
 std::string keyText(const DcmTagKey& key)
 {
@@ -212,7 +219,7 @@ void Recording::evaluateAndAssign(const RuleLine& rule, Step& step)
     const HeldValue value(rule.expression->getValue(*session_));
     const bool isCopy = step.place.kind == Place::Kind::Element && value.element() != nullptr;
     step.value = isCopy ? shownText(*value.element()) : value.text();
-    step.unseen = value.unseen();
+    step.unseen = unseenIn(value);
     rule.target->assignValue(*session_, value.get());
 }
 
@@ -223,7 +230,7 @@ Evaluation evaluate(Expression& expression, MappingSession& session)
     try {
         const HeldValue value(expression.getValue(session));
         evaluation.value = value.text();
-        evaluation.unseen = value.unseen();
+        evaluation.unseen = unseenIn(value);
     } catch (const std::logic_error& error) {
         evaluation.failure = error.what();
     }

@@ -1,7 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Standard error by its file descriptor, since C and C++ streams and libraries share nothing else; the logger by an
 // appender.
-#include "tool/record/messagetap.h"
+#include "tool/rules/messagetap.h"
 
 #include "tool/console/output.h"
 #include "tool/system/taskqueue.h" // takeAll

@@ -2,8 +2,6 @@
 // What an expression came to, held while it is looked at.
 #pragma once
 
-#include "tool/dicom/elements.h"
-
 #include "kxmap.h"
 
 #include <optional>
@@ -34,9 +32,6 @@ public:
         const char* text = value_->getString();
         return text == nullptr ? "" : text;
     }
-
-    /// @return what an element shows in which rules see no text; empty for others.
-    std::string unseen() const { return element() == nullptr || hasText(*element()) ? "" : shownText(*element()); }
 
 private:
     Value* value_;

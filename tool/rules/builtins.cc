@@ -1,0 +1,118 @@
+// SPDX-License-Identifier: BSD-3-Clause
+#include "tool/rules/builtins.h"
+
+#include "tool/rules/knowncalls.h"
+
+#include <algorithm>
+#include <iterator>
+
+namespace kxtool {
+namespace {
+
+using namespace knowncalls;
+using enum Reading;
+
+// clang-format off
+constexpr Builtin kBuiltins[] = {
+//   descriptor      way                arguments                       read as                       number of
+//     value in words, when there, when not
+    {&f_empty,      Way::Tag,          "group,element",                {Group, Element},             false, nullptr,
+        nullptr, nullptr, nullptr},
+    {&f_NULL,       Way::Null,         "",                             {},                           false, null,
+        "nothing", nullptr, nullptr},
+    {&f_var,        Way::Variable,     "name",                         {Name},                       false, nullptr,
+        nullptr, nullptr, nullptr},
+    {&f_user,       Way::Field,        "name",                         {Name},                       false, nullptr,
+        nullptr, nullptr, nullptr},
+    {&f_equals,     Way::Equal,        "a,b",                          {Text, Text},                 false, equals,
+        "\"true\"", "{0} is {1}", "{0} is not {1}"},
+    {&f_not,        Way::Not,          "a",                            {Reading::Presence},          false, negated,
+        "\"true\"", nullptr, nullptr},
+    {&f_or,         Way::FirstPresent, "a,b, ...",                    {{Value}, 1},                 false, firstPresent,
+        nullptr, nullptr, nullptr},
+    {&f_and,        Way::AllPresent,   "a,b, ...",                    {{Reading::Presence}, 1},     false, allOf,
+        "\"true\"", nullptr, nullptr},
+    {&f_if,         Way::Choice,       "condition,then,otherwise",     {Reading::Presence, Value, Value}, false, choice,
+        nullptr, nullptr, nullptr},
+    {&f_concat,     Way::Joined,       "a,b, ...",                    {{Text}, 1},                  false, joined,
+        nullptr, nullptr, nullptr},
+    {&f_split,      Way::Computed,     "text,separator,n",             {Text, Text, Number},         false, split,
+        "part {#2} of {0}, divided at {1}", "{0} has a part {#2} at {1}", "{0} has no part {#2} at {1}"},
+    {&f_contains,   Way::Found,        "text,wanted",                  {Text, Value},                false, contains,
+        "{1}", "{0} contains {1}", "{0} does not contain {1}"},
+    {&f_substr,     Way::Computed,     "text,start[,length]",          {Text, Number, Number},       false, substr,
+        nullptr, "{0} has at least {#1} bytes", "{0} has fewer than {#1} bytes"},
+    {&f_strlen,     Way::Computed,     "text",                         {Text},                       true,  length,
+        "the length of {0} in bytes", nullptr, nullptr},
+    {&f_indexof,    Way::Computed,     "text,wanted",                  {Text, Text},                 true,  offset,
+        "the offset of {1} in {0} (-1 where it does not occur)", nullptr, nullptr},
+    {&f_toUpper,    Way::Computed,     "text",                         {Text},                       false, upper,
+        "{0} in upper case", nullptr, nullptr},
+    {&f_toLower,    Way::Computed,     "text",                         {Text},                       false, lower,
+        "{0} in lower case", nullptr, nullptr},
+    {&f_dicomAge,   Way::Computed,     "date,since",                   {Text, Text},                 false, age,
+        "the age on {0}, counted from {1}", "{0} and {1} are dates with an age between them",
+        "{0} and {1} are no dates with an age between them"},
+    {&f_sub,        Way::Computed,     "a,b",                          {Number, Number},             true,  number,
+        "{#0} minus {#1}", nullptr, nullptr},
+    {&f_add,        Way::Computed,     "a,b, ...",                    {{Number}, 1},                true,  number,
+        "{#* plus }", nullptr, nullptr},
+    {&f_mul,        Way::Computed,     "a,b, ...",                    {{Number}, 1},                true,  number,
+        "{#* times }", nullptr, nullptr},
+    {&f_mod,        Way::Computed,     "a,b",                          {Number, Number},             true,  quotient,
+        "the remainder of {#0} divided by {#1}", "{1} is not 0", "{1} is 0"},
+    {&f_div,        Way::Computed,     "a,b",                          {Number, Number},             true,  quotient,
+        "{#0} divided by {#1} without its fraction", "{1} is not 0", "{1} is 0"},
+    {&f_between,    Way::Computed,     "value,lower,upper",            {Number, Number, Number},     false, range,
+        "\"true\"", "{0} is from {#1} to less than {#2}", "{0} is not from {#1} to less than {#2}"},
+    {&f_rnd,        Way::Drawn,        "max[,seed]",                 {Number, Text},               true,  chance,
+        nullptr, nullptr, nullptr},
+    {&f_codenumber, Way::Computed,     "number",                       {Number},                     true,  codeNumber,
+        "a code of as many digits for {0}", nullptr, nullptr},
+    {&f_codestring, Way::Computed,     "text[,forbidden]",             {Text, Text},                 false, codeText,
+        nullptr, nullptr, nullptr},
+    {&f_seq,        Way::Path,         "group,element,item, ..., group,element", {{Group, Element, Number}, 3}, false, nullptr,
+        nullptr, nullptr, nullptr},
+    {&f_translate,  Way::Table,        "value,default,from,to, ...", {{Text, Value, Text, Value}, 2}, false, table,
+        nullptr, nullptr, nullptr},
+    {&f_root,       Way::Computed,     "text,separator,n",             {Text, Text, Number},         false, rootOf,
+        "part {#2} of {0}, divided at {1}", "{0} has a part {#2} at {1}", "{0} has no part {#2} at {1}"},
+};
+// clang-format on
+static_assert(std::size(kBuiltins) == std::size(funcList), "each descriptor has a row, f_root that of the list's end");
+
+} // namespace
+
+std::string Builtin::signature() const
+{
+    return std::string(name()) + "(" + arguments + ")";
+}
+
+std::span<const Builtin> builtins()
+{
+    return kBuiltins;
+}
+
+const Builtin& builtinOf(const FunctionDef* function)
+{
+    return *std::ranges::find(kBuiltins, function, &Builtin::function);
+}
+
+const Builtin* builtinNamed(std::string_view name)
+{
+    const auto* end = std::end(kBuiltins) - 1;
+    const auto* found = name.empty() ? end : std::find_if(std::begin(kBuiltins), end, [name](const Builtin& one) {
+        return one.name() == name;
+    });
+    return found == end ? nullptr : found;
+}
+
+Way wayOf(const Expression& node)
+{
+    if (node.func == nullptr) return Way::Computed;
+    const Way way = builtinOf(node.func).way;
+    const bool isWrapper = way == Way::Tag || node.func == &f_root;
+    return isWrapper && node.params.size() == 1 ? Way::Brackets : way;
+}
+
+} // namespace kxtool
