@@ -47,7 +47,7 @@ void lintLine(const Site& site, bool inComment)
     if (isComment(site.line)) return; // whatever follows, the engine makes no rule of it
     if (site.line.kind == RuleLine::Kind::Bad) lintError(site);
     if (site.line.kind != RuleLine::Kind::Rule) return;
-    lintExpression(site);
+    lintRightSide(site);
     lintTarget(site);
 }
 
@@ -100,6 +100,12 @@ kxmap::Span Site::spanOf(const Expression& node) const
 {
     const auto found = std::ranges::find(line.trace.nodes, &node, &kxmap::NodeSpan::node);
     return found == line.trace.nodes.end() ? kxmap::Span{} : found->text;
+}
+
+void lintRightSide(const Site& site)
+{
+    lintLiterals(site);
+    lintExpression(site);
 }
 
 std::vector<Finding> lintAlone(std::span<const RuleFile> files, const CheckSwitches& switches)

@@ -41,6 +41,10 @@ enum class Check : unsigned char {
     BareFunction,
     BareVariable,
     BareKeyword,
+    QuotedReference,
+    Placeholder,
+    ForeignQuote,
+    ForeignPattern,
     InfixOperator,
     TrailingComment,
     TextAfterBracket,
@@ -107,6 +111,12 @@ constexpr CheckInfo kChecks[] = {
     {Check::BareVariable, "bare-variable", Severity::Warning, true,
      "a word that begins with \"$\" and reads no variable"},
     {Check::BareKeyword, "bare-keyword", Severity::Warning, true, "a word that is a keyword of the data dictionary"},
+    {Check::QuotedReference, "quoted-reference", Severity::Warning, true,
+     "a tag, variable or call inside a text, which is not read"},
+    {Check::Placeholder, "placeholder", Severity::Warning, true, "a placeholder of a shell or a format inside a text"},
+    {Check::ForeignQuote, "foreign-quote", Severity::Warning, true, "quotes that are none here"},
+    {Check::ForeignPattern, "foreign-pattern", Severity::Warning, true,
+     "a wildcard or regular expression that is compared"},
     {Check::InfixOperator, "infix-operator", Severity::Warning, true, "a text that looks like an operation"},
     {Check::TrailingComment, "trailing-comment", Severity::Warning, true,
      "a comment behind a text, which becomes part of it"},
@@ -236,7 +246,9 @@ struct Site {
 // What looks at one line; each in its own file.
 void lintError(const Site& site);      // a bad line, and what to write instead
 void lintText(const Site& site);       // the bytes of any line
-void lintExpression(const Site& site); // the right side of a rule
+void lintLiterals(const Site& site);   // the texts of a right side
+void lintExpression(const Site& site); // its calls
+void lintRightSide(const Site& site);  // both, for a right side without a rule, too
 void lintTarget(const Site& site);     // the left side of a rule, and the literals that it gets
 
 /// The place of a file in a mappings folder; it says with which others it is applied.

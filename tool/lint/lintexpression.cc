@@ -28,136 +28,6 @@ const char* textOf(const Expression& node)
     return node.text == nullptr ? "" : node.text;
 }
 
-const FunctionDef* functionNamed(std::string_view name)
-{
-    const auto end = std::end(funcList) - 1;
-    const auto found = std::find_if(std::begin(funcList), end, [&](const FunctionDef* f) { return name == f->name; });
-    return found == end || *(*found)->name == '\0' ? nullptr : *found;
-}
-
-bool isCamel(std::string_view word)
-{
-    bool hasStep = false;
-    for (std::size_t i = 0; i < word.size(); ++i) {
-        if (std::isalnum(static_cast<unsigned char>(word[i])) == 0) return false;
-        hasStep = hasStep || (i > 0 && std::islower(static_cast<unsigned char>(word[i - 1])) != 0 &&
-                              std::isupper(static_cast<unsigned char>(word[i])) != 0);
-    }
-    return hasStep;
-}
-
-/// @param end where the first bracket that a bare text opens is closed
-/// @return whether the text up to there is a call or a tag.
-bool isCallUpTo(std::string_view text, std::size_t end)
-{
-    const std::size_t open = text.find('(');
-    return open == 0 ? !tagMeantBy(text.substr(0, end)).empty() : functionNamed(text.substr(0, open)) != nullptr;
-}
-
-// A bare text whose brackets or quotes tell that a call was meant: the parser sees one only where ")" is the last byte.
-bool lintBareBrackets(const Site& site, const NodeSpan& node, std::string_view text)
-{
-    std::vector<std::size_t> open;
-    bool inQuote = false;
-    std::size_t quote = std::string_view::npos;
-    std::size_t end = 0; // of the first bracket
-    for (std::size_t i = 0; i < text.size(); ++i) {
-        if (text[i] == '"') {
-            inQuote = !inQuote;
-            quote = std::min(quote, i);
-        } else if (inQuote && text[i] == '\\') {
-            ++i;
-        } else if (!inQuote && text[i] == '(') {
-            open.push_back(i);
-        } else if (!inQuote && text[i] == ')' && !open.empty()) {
-            open.pop_back();
-            if (open.empty() && end == 0) end = i + 1;
-        }
-    }
-    const std::size_t begin = node.text.begin;
-    if (!open.empty()) {
-        site.reportRight(Check::UnclosedBracket, {begin + open.front(), begin + open.front() + 1},
-                         "this \"(\" is not closed, so the engine takes the text as it stands", "add a \")\"");
-    } else if (looksInfix(text)) {
-        site.reportRight(Check::InfixOperator, node.text, "this is one text for the engine, and nothing is computed",
-                         hintForInfix(text));
-    } else if (end > 0 && isCallUpTo(text, end)) {
-        site.reportRight(Check::TextAfterBracket, {begin + end, node.text.end},
-                         "with this behind its \")\" the call is none: all of it is one text",
-                         "end with the \")\"; write concat(a,b) to join; put the text in quotes where it is meant");
-    } else if (quote != std::string_view::npos) {
-        site.reportRight(Check::QuoteInBareText, {begin + quote, begin + quote + 1},
-                         "a quote within a text that does not begin with one is part of the text",
-                         "put the whole text in quotes, or part it with a comma");
-    } else {
-        return false;
-    }
-    return true;
-}
-
-/// @return where a "#" stands between blanks or the text's edges, as before a comment; npos for none.
-std::size_t findComment(std::string_view text)
-{
-    const auto isEdge = [text](std::size_t i) { return i >= text.size() || text[i] == ' ' || text[i] == '\t'; };
-    std::size_t at = text.find('#');
-    while (at != std::string_view::npos && !(isEdge(at - 1) && isEdge(at + 1))) at = text.find('#', at + 1);
-    return at;
-}
-
-constexpr const char* kNoComments = "put the comment on a line of its own that begins with # and has no \"=\"";
-
-void lintBare(const Site& site, const NodeSpan& node)
-{
-    const std::string_view text = textOf(*node.node);
-    if (const std::size_t comment = findComment(text); comment != std::string_view::npos) {
-        site.reportRight(Check::TrailingComment, {node.text.begin + comment, node.text.end},
-                         "rules have no comments behind them: all of this is one text", kNoComments);
-        return;
-    }
-    if (lintBareBrackets(site, node, text)) return;
-    if (const FunctionDef* function = functionNamed(text); function != nullptr && text != "$") {
-        const bool isNull = function == &f_NULL;
-        site.reportRight(Check::BareFunction, node.text, fmt::format("without brackets this is the text \"{}\"", text),
-                         isNull ? "NULL() is the absent value; put the text in quotes where it is meant"
-                                : fmt::format("write {}(...) for the function, \"{}\" for the text", text, text));
-    } else if (text.size() == 4 &&
-               std::ranges::equal(text, std::string_view("null"), {}, [](char c) { return c | 0x20; })) {
-        site.reportRight(Check::BareFunction, node.text, fmt::format("this is the text \"{}\"", text),
-                         "NULL() is the absent value; put the text in quotes where it is meant");
-    } else if (text.starts_with('$')) {
-        std::string name(text.substr(1));
-        std::erase_if(name, [](char c) { return std::string_view("$(){} ").find(c) != std::string_view::npos; });
-        site.reportRight(Check::BareVariable, node.text, fmt::format("this is the text {}", shownQuoted(text)),
-                         fmt::format("a variable is read with $({})", name));
-    } else if (isCamel(text)) {
-        if (const std::string tag = tagOfKeyword(text); !tag.empty())
-            site.reportRight(Check::BareKeyword, node.text, fmt::format("this is the text \"{}\"", text),
-                             fmt::format("write {} for the element's value", tag));
-    }
-}
-
-void lintQuoted(const Site& site, const NodeSpan& node)
-{
-    const std::string_view right = site.line.right();
-    if (node.contentEnd < node.text.end) {
-        const Span rest{node.contentEnd, node.text.end};
-        const std::string_view after = right.substr(rest.begin, rest.end - rest.begin);
-        site.reportRight(Check::TextAfterQuote, rest, "what follows the closing quote is ignored",
-                         findComment(after) != std::string_view::npos ? kNoComments
-                         : looksInfix('"' + std::string(after) + ' ')
-                             ? hintForInfix(right.substr(node.text.begin, node.text.end - node.text.begin))
-                             : "put all of it in quotes, or part it with a comma");
-    }
-    for (std::size_t i = node.text.begin + 1; i + 1 < node.contentEnd; ++i) {
-        if (right[i] != '\\') continue;
-        const char next = right[++i];
-        if (next == '\\' || next == '"' || next == 'n') continue;
-        site.reportRight(Check::LostBackslash, {i - 1, i + 1},
-                         fmt::format("\"\\{}\" is read as \"{}\", and the backslash is lost", next, next),
-                         "write \\\\ for a backslash, which parts the values of an element");
-    }
-}
-
 // What an argument is read as.
 enum class Reading { Text, Number, Group, Element };
 
@@ -261,15 +131,9 @@ void lintExpression(const Site& site)
 {
     const kxmap::ParseTrace& trace = site.line.trace;
     for (const NodeSpan& node : trace.nodes) {
-        if (node.kind == Kind::Bare) lintBare(site, node);
-        else if (node.kind == Kind::Quoted) lintQuoted(site, node);
-        else if (node.kind == Kind::Call) lintCall(site, node);
+        if (node.kind == Kind::Call) lintCall(site, node);
     }
     lintArguments(site, *site.line.expression);
-    for (const std::size_t comma : trace.swallowed)
-        site.reportRight(Check::SwallowedComma, {comma, comma + 1},
-                         "a comma behind a comma becomes part of the next argument",
-                         "write \"\" for an empty text, NULL() for no value");
 }
 
 } // namespace kxtool

@@ -44,7 +44,7 @@ constexpr Builtin kBuiltins[] = {
         nullptr, "{0} has at least {#1} bytes", "{0} has fewer than {#1} bytes"},
     {&f_strlen,     Way::Computed,     "text",                         {Text},                       true,  length,
         "the length of {0} in bytes", nullptr, nullptr},
-    {&f_indexof,    Way::Computed,     "text,wanted",                  {Text, Text},                 true,  offset,
+    {&f_indexof,    Way::Computed,     "text,wanted",                  {Text, Wanted},               true,  offset,
         "the offset of {1} in {0} (-1 where it does not occur)", nullptr, nullptr},
     {&f_toUpper,    Way::Computed,     "text",                         {Text},                       false, upper,
         "{0} in upper case", nullptr, nullptr},

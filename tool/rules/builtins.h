@@ -21,6 +21,7 @@ enum class Reading : unsigned char {
     Presence, ///< whether it is there: a condition
     Value,    ///< itself: the call may yield it
     Text,
+    Wanted,  ///< to be found in another
     Number,  ///< the whole number that its text begins with
     Group,   ///< the hexadecimal digits of a tag's first half
     Element, ///< those of its second half

@@ -265,10 +265,12 @@ std::string tagMeantBy(std::string_view text)
     while (!text.empty() && std::string_view("([{").find(text.front()) != std::string_view::npos) text.remove_prefix(1);
     while (!text.empty() && std::string_view(")]}:").find(text.back()) != std::string_view::npos) text.remove_suffix(1);
     text = trimmed(text);
-    if (std::string tag = tagOfKeyword(text); !tag.empty()) return tag;
+    std::string word(text);
+    std::erase(word, ' ');
+    if (std::string tag = tagOfKeyword(word); !tag.empty()) return tag;
     unsigned group = 0;
     unsigned element = 0;
-    const std::size_t comma = text.find_first_of(",;.:|");
+    const std::size_t comma = text.find_first_of(",;.:|/ ");
     const bool isSplit = comma != std::string_view::npos;
     if (!isSplit && text.size() != 8) return {};
     const std::string_view first = text.substr(0, isSplit ? comma : 4);

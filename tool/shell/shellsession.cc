@@ -133,7 +133,7 @@ std::vector<std::string> ShellSession::notesOn(std::string_view expression)
     if (!read.lines.empty() && read.lines.front().target)
         return {fmt::format("this is a rule, not an expression; its right side alone is {}",
                             shownUtf8(read.lines.front().right()))};
-    for (const Finding& finding : findingsOf(line, lintExpression))
+    for (const Finding& finding : findingsOf(line, lintRightSide))
         notes.push_back(shownUtf8(finding.message) + (finding.hint.empty() ? "" : "; " + shownUtf8(finding.hint)));
     return notes;
 }
