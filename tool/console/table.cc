@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Widths by the C library's own tables, in its UTF-8 locale; the process's locale stays as it is.
 #include "tool/console/table.h"
+
+#include "tool/console/utf8.h"
 
 #include <CLI/CLI.hpp>
 
 #include <algorithm>
 #include <charconv>
 #include <cstdlib>
-#include <cwchar>
 #include <fmt/format.h>
 #include <functional>
 #include <map>
@@ -20,42 +20,6 @@ namespace {
 
 constexpr std::size_t kGap = 2;       // blanks between columns
 constexpr std::size_t kMostLines = 6; // of one text that wraps; then "..."
-
-struct Character {
-    std::size_t size;  // bytes
-    wchar_t code;      // 0 for a byte that begins no character
-    std::size_t width; // columns
-};
-
-Character characterAt(std::string_view text)
-{
-    std::mbstate_t state = {};
-    wchar_t code = 0;
-    const std::size_t size = std::mbrtowc(&code, text.data(), text.size(), &state);
-    if (size == 0 || size > text.size()) return {1, 0, 1}; // NUL, a stray byte, a character that is cut off
-    const int width = wcwidth(code);
-    return {size, code, width < 0 ? 1 : static_cast<std::size_t>(width)};
-}
-
-bool staysUnseen(wchar_t code)
-{
-    constexpr std::pair<wchar_t, wchar_t> kUnseen[] = {
-        {0x0000, 0x001F}, {0x007F, 0x009F}, {0x00AD, 0x00AD}, {0x061C, 0x061C}, {0x200B, 0x200F},
-        {0x2028, 0x202E}, {0x2060, 0x206F}, {0xFEFF, 0xFEFF}, {0xFFF9, 0xFFFB}, {0xE0000, 0xE007F},
-    };
-    return std::ranges::any_of(kUnseen, [code](auto range) { return range.first <= code && code <= range.second; });
-}
-
-std::size_t widthOf(std::string_view text)
-{
-    std::size_t width = 0;
-    while (!text.empty()) {
-        const Character character = characterAt(text);
-        width += character.width;
-        text.remove_prefix(character.size);
-    }
-    return width;
-}
 
 // Where a line may end well: behind blanks and what parts names, values and paths, and inside of compounds.
 bool mayBreakBetween(char before, char after)
@@ -144,18 +108,6 @@ void addColorOption(CLI::App& command, ColorMode& mode)
         ->check(CLI::IsMember(words).description(""));
 }
 
-Utf8Scope::Utf8Scope()
-{
-    // Null, where the system lacks it, changes nothing: bytes of 0x80 and above are then spelled out.
-    static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
-    before_ = uselocale(utf8);
-}
-
-Utf8Scope::~Utf8Scope()
-{
-    uselocale(before_);
-}
-
 bool usesColor(ColorMode mode)
 {
     if (mode != ColorMode::Auto) return mode == ColorMode::Always;
@@ -173,7 +125,6 @@ std::string colored(std::string_view text, Color color, bool isOn)
 
 std::string shownUtf8(std::string_view text)
 {
-    const Utf8Scope utf8;
     std::string shown;
     while (!text.empty()) {
         const Character character = characterAt(text);
@@ -201,12 +152,6 @@ std::string shownQuoted(std::string_view text)
     return '"' + shown + "...\"";
 }
 
-std::size_t displayWidth(std::string_view text)
-{
-    const Utf8Scope utf8;
-    return widthOf(text);
-}
-
 std::size_t outputWidth()
 {
     if (const char* columns = std::getenv("COLUMNS")) {
@@ -232,8 +177,8 @@ std::vector<std::size_t> Table::widthsFor(std::size_t room) const
 {
     std::vector<std::size_t> widths;
     for (std::size_t column = 0; column < columns_.size(); ++column) {
-        std::size_t width = widthOf(columns_[column].head);
-        for (const auto& row : rows_) width = std::max(width, widthOf(row[column].text));
+        std::size_t width = displayWidth(columns_[column].head);
+        for (const auto& row : rows_) width = std::max(width, displayWidth(row[column].text));
         widths.push_back(width);
     }
     if (room == 0) return widths;
@@ -270,7 +215,7 @@ void Table::appendRow(const std::vector<Cell>& row, const std::vector<std::size_
         std::size_t pending = indent; // blanks, written when something follows them
         for (std::size_t column = 0; column < row.size(); ++column) {
             const std::string_view text = line < lines[column].size() ? lines[column][line] : std::string_view();
-            const std::size_t width = widthOf(text);
+            const std::size_t width = displayWidth(text);
             const std::size_t padding = widths[column] > width ? widths[column] - width : 0;
             if (columns_[column].isNumber) pending += padding;
             if (!text.empty()) {
@@ -290,13 +235,13 @@ void Table::appendRecord(const std::vector<Cell>& row, std::size_t room, bool is
 {
     constexpr std::size_t kLeastText = 8;
     std::size_t heads = 0;
-    for (const Column& column : columns_) heads = std::max(heads, widthOf(column.head));
+    for (const Column& column : columns_) heads = std::max(heads, displayWidth(column.head));
     const std::size_t behind = room > heads + kGap + kLeastText ? room - heads - kGap : kLeastText;
     for (std::size_t column = 0; column < row.size(); ++column) {
         if (row[column].text.empty()) continue;
         std::string head = columns_[column].head;
         for (const std::string& line : linesOf(row[column].text, behind)) {
-            const std::size_t padding = heads - widthOf(head) + kGap;
+            const std::size_t padding = heads - displayWidth(head) + kGap;
             out.append(indent, ' ').append(colored(head, Color::Bold, isColored)).append(padding, ' ');
             out.append(colored(line, row[column].color, isColored)).append("\n");
             head.clear();
@@ -307,7 +252,6 @@ void Table::appendRecord(const std::vector<Cell>& row, std::size_t room, bool is
 std::string Table::text(std::size_t width, bool isColored, std::size_t indent) const
 {
     if (rows_.empty()) return {};
-    const Utf8Scope utf8;
     const std::size_t room = width == 0 ? 0 : width - std::min(width - 1, indent);
     const std::vector<std::size_t> widths = widthsFor(room);
     std::string out;

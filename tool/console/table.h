@@ -3,7 +3,6 @@
 #pragma once
 
 #include <cstddef>
-#include <locale.h>
 #include <string>
 #include <string_view>
 #include <vector>
@@ -29,28 +28,12 @@ enum class Color { Plain, Bold, Dim, Red, Green, Yellow, Cyan };
 /// @return the text between the terminal's codes for a colour; the text itself when `isOn` is false or it is Plain.
 std::string colored(std::string_view text, Color color, bool isOn);
 
-/// While this lives, multibyte characters of this thread are UTF-8. The process's locale stays as it is, since the engine
-/// follows it.
-class Utf8Scope {
-public:
-    Utf8Scope();
-    ~Utf8Scope();
-    Utf8Scope(const Utf8Scope&) = delete;
-    Utf8Scope& operator=(const Utf8Scope&) = delete;
-
-private:
-    locale_t before_;
-};
-
 /// @return the text fit to be shown: control characters (those of the C1 set too), characters that change the direction
 ///         of writing or do not show, and bytes that are no UTF-8 are spelled out as \x1B and \u202E. Others stay.
 std::string shownUtf8(std::string_view text);
 
 /// @return a text of UTF-8 in double quotes, fit to be shown in a sentence: cut where it is long.
 std::string shownQuoted(std::string_view text);
-
-/// @return the columns that a UTF-8 text takes on a terminal: 2 for wide characters, 0 for combining ones.
-std::size_t displayWidth(std::string_view text);
 
 /// @return the columns of standard output: COLUMNS when it is set to a number, else the terminal's; 0 for no limit when
 ///         it is no terminal.

@@ -1,27 +1,48 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// By table 3-7 of the Unicode Standard: no overlong forms, no surrogates, nothing above U+10FFFF.
 #include "tool/console/utf8.h"
 
+#include <utf8proc.h>
+
 namespace kxtool {
+namespace {
+
+/// @return the size of the first character, and its code; 0 for none.
+std::size_t read(std::string_view text, utf8proc_int32_t& code)
+{
+    const auto* bytes = reinterpret_cast<const utf8proc_uint8_t*>(text.data());
+    const utf8proc_ssize_t size = utf8proc_iterate(bytes, static_cast<utf8proc_ssize_t>(text.size()), &code);
+    return size > 0 ? static_cast<std::size_t>(size) : 0;
+}
+
+} // namespace
+
+Character characterAt(std::string_view text)
+{
+    utf8proc_int32_t code = 0;
+    const std::size_t size = read(text, code);
+    if (size == 0 || code == 0) return {1, 0, 1};
+    // A terminal shows what it has no picture for in one column.
+    const int width = staysUnseen(static_cast<char32_t>(code)) ? 1 : utf8proc_charwidth(code);
+    return {size, static_cast<char32_t>(code), static_cast<std::size_t>(width)};
+}
+
+bool staysUnseen(char32_t code)
+{
+    switch (utf8proc_category(static_cast<utf8proc_int32_t>(code))) {
+    case UTF8PROC_CATEGORY_CC:
+    case UTF8PROC_CATEGORY_CF:
+    case UTF8PROC_CATEGORY_ZL:
+    case UTF8PROC_CATEGORY_ZP:
+        return true;
+    default:
+        return false;
+    }
+}
 
 std::size_t utf8SizeAt(std::string_view text)
 {
-    if (text.empty()) return 0;
-    const auto byte = [text](std::size_t i) { return static_cast<unsigned char>(text[i]); };
-    const unsigned first = byte(0);
-    const std::size_t size = first < 0x80   ? 1
-                             : first < 0xC2 ? 0
-                             : first < 0xE0 ? 2
-                             : first < 0xF0 ? 3
-                             : first < 0xF5 ? 4
-                                            : 0;
-    if (size == 0 || size > text.size()) return 0;
-    for (std::size_t i = 1; i < size; ++i) {
-        if ((byte(i) & 0xC0) != 0x80) return 0;
-    }
-    const bool isOverlong = (first == 0xE0 && byte(1) < 0xA0) || (first == 0xF0 && byte(1) < 0x90);
-    const bool isBeyond = (first == 0xED && byte(1) >= 0xA0) || (first == 0xF4 && byte(1) >= 0x90);
-    return isOverlong || isBeyond ? 0 : size;
+    utf8proc_int32_t code = 0;
+    return text.empty() ? 0 : read(text, code);
 }
 
 bool isUtf8(std::string_view text)
@@ -32,6 +53,17 @@ bool isUtf8(std::string_view text)
         text.remove_prefix(size);
     }
     return true;
+}
+
+std::size_t displayWidth(std::string_view text)
+{
+    std::size_t width = 0;
+    while (!text.empty()) {
+        const Character character = characterAt(text);
+        width += character.width;
+        text.remove_prefix(character.size);
+    }
+    return width;
 }
 
 } // namespace kxtool

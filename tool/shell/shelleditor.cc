@@ -12,11 +12,30 @@
 #include <filesystem>
 #include <histedit.h>
 #include <iostream>
+#include <locale.h>
 #include <sys/stat.h>
 #include <unistd.h>
 
 namespace kxtool {
 namespace {
+
+/// While this lives, multibyte characters of this thread are UTF-8. The process's locale stays as it is, since the engine
+/// follows it.
+class Utf8Scope {
+public:
+    Utf8Scope()
+    {
+        // Null, where the system lacks it, changes nothing.
+        static const locale_t utf8 = newlocale(LC_CTYPE_MASK, "C.UTF-8", nullptr);
+        before_ = uselocale(utf8);
+    }
+    ~Utf8Scope() { uselocale(before_); }
+    Utf8Scope(const Utf8Scope&) = delete;
+    Utf8Scope& operator=(const Utf8Scope&) = delete;
+
+private:
+    locale_t before_;
+};
 
 namespace fs = std::filesystem;
 

@@ -4,6 +4,7 @@
 
 #include "tool/console/output.h"
 #include "tool/console/table.h"
+#include "tool/console/utf8.h"
 #include "tool/lint/lint.h"
 #include "tool/system/replacement.h"
 
