@@ -15,6 +15,7 @@
 namespace kxtool {
 namespace {
 
+using kxmap::ParseFault;
 using kxmap::Span;
 
 constexpr const char* kTargets = "a target is (gggg,eeee), SEQ(...), $(name) or USER(name)";
@@ -199,28 +200,25 @@ std::size_t unclosedBracket(std::string_view text)
     return open.empty() ? std::string_view::npos : open.back();
 }
 
-void explainCount(const Site& site, Span span)
+void explainCount(const Site& site, const ParseFault& fault)
 {
-    const std::string& said = site.line.trace.message; // "<name> does not take <count> arguments"
-    const std::size_t middle = said.rfind(" does not take ");
-    const std::string name = said.substr(0, middle);
-    const std::string count = said.substr(middle + 15, said.find(' ', middle + 15) - middle - 15);
-    if (name == f_root.name && count == "0") {
+    const FunctionDef& function = *fault.function;
+    const Span span = fault.span;
+    const std::size_t count = fault.count;
+    if (&function == &f_root && count == 0) {
         site.reportRight(Check::ArgumentCount, span, "nothing stands behind \"=\"",
                          "write NULL() to delete the target, \"\" to empty it");
         return;
     }
-    if (name == f_root.name) {
+    if (&function == &f_root) {
         const Span right{0, site.line.right().size()};
         site.reportRight(Check::ArgumentCount, right,
                          fmt::format("the right side falls into {} parts at its commas", count),
                          "quote a text that holds commas; three parts are text, separator and field number");
         return;
     }
-    const auto end = std::end(funcList) - 1;
-    const auto function =
-        std::find_if(std::begin(funcList), end, [&](const FunctionDef* f) { return name == f->name; });
-    const std::string takes = function == end ? "another number of arguments" : argumentsOf(**function);
+    const std::string_view name = function.name;
+    const std::string takes = argumentsOf(function);
     if (name.empty()) {
         site.reportRight(Check::ArgumentCount, {span.begin, span.end + 1},
                          fmt::format("brackets without a name take {}, and here are {}", takes, count),
@@ -245,31 +243,38 @@ void explainCount(const Site& site, Span span)
 
 void explainExpression(const Site& site)
 {
-    const std::string_view said = site.line.trace.message;
+    using Kind = ParseFault::Kind;
     const std::string_view right = site.line.right();
-    const Span fault = site.line.trace.fault;
-    const std::string_view about = cut(right, fault);
-    if (said.starts_with("Unknown function:")) {
-        const std::string name(said.substr(17, said.size() - 18));
-        site.reportRight(Check::UnknownFunction, fault, fmt::format("there is no function {}", shownQuoted(name)),
-                         hintForFunction(name));
-    } else if (said.starts_with("Mismatched ()")) {
-        site.reportRight(Check::BracketMismatch, fault,
-                         fmt::format("{} ends in \")\" and has no \"(\"", shownQuoted(about)),
-                         "quote the whole text, the bracket within");
-    } else if (said.starts_with("bracket mismatch")) {
-        const bool isInfix = fault.end < right.size() && looksInfix(right.substr(fault.begin));
-        site.reportRight(Check::BracketMismatch, fault, "this \")\" has no \"(\"", isInfix ? hintForInfix(right) : "");
-    } else if (said.starts_with("Mismatcehd quotes")) {
+    const ParseFault& fault = site.line.trace.fault;
+    const Span span = fault.span;
+    const std::string_view about = cut(right, span);
+    switch (fault.kind) {
+    case Kind::None:
+        return;
+    case Kind::UnknownFunction:
+        return site.reportRight(Check::UnknownFunction, span,
+                                fmt::format("there is no function {}", shownQuoted(fault.name)),
+                                hintForFunction(fault.name));
+    case Kind::ArgumentCount:
+        return explainCount(site, fault);
+    case Kind::NoOpenBracket:
+        return site.reportRight(Check::BracketMismatch, span,
+                                fmt::format("{} ends in \")\" and has no \"(\"", shownQuoted(about)),
+                                "quote the whole text, the bracket within");
+    case Kind::StrayBracket: {
+        const bool isInfix = span.end < right.size() && looksInfix(right.substr(span.begin));
+        return site.reportRight(Check::BracketMismatch, span, "this \")\" has no \"(\"",
+                                isInfix ? hintForInfix(right) : "");
+    }
+    case Kind::OpenQuote: {
         const bool isEscaped = about.size() > 1 && about.ends_with("\\\"");
-        site.reportRight(
-            Check::UnclosedQuote, {fault.begin, fault.begin + 1}, "this quote is not closed",
+        return site.reportRight(
+            Check::UnclosedQuote, {span.begin, span.begin + 1}, "this quote is not closed",
             isEscaped ? "a backslash before the last quote makes it part of the text; \"\\\\\" is a backslash" : "");
-    } else if (said.find(" does not take ") != std::string_view::npos) {
-        explainCount(site, fault);
-    } else {
-        site.reportRight(Check::NestingTooDeep, {fault.begin, fault.begin + 1},
-                         std::string(said.substr(0, said.find('\n'))));
+    }
+    case Kind::NestedTooDeeply:
+        return site.reportRight(Check::NestingTooDeep, {span.begin, span.begin + 1},
+                                fmt::format("more than {} calls within calls", kxmap::kMaxNesting));
     }
 }
 

@@ -25,10 +25,27 @@ struct NodeSpan {
 
     Kind kind = Kind::Empty;
     const Expression* node = nullptr; ///< valid as long as the tree; dangling when the parse failed
-    int depth = 0;                    ///< calls around it
-    Span raw;                         ///< as the argument stands between its commas
     Span text;                        ///< less the blanks that were trimmed, bytes of 0x80 and above among them
     std::size_t contentEnd = 0;       ///< of a quoted text: after its closing quote; of a call: after its name
+};
+
+/// Why a right-hand side is no tree.
+struct ParseFault {
+    enum class Kind {
+        None,
+        UnknownFunction, ///< `name`
+        ArgumentCount,   ///< `function` does not take `count` arguments
+        StrayBracket,    ///< a ")" that closes nothing
+        NoOpenBracket,   ///< an argument ends in ")" and has no "("
+        OpenQuote,       ///< a quote that is not closed
+        NestedTooDeeply
+    };
+
+    Kind kind = Kind::None;
+    Span span;                             ///< what the message is about
+    std::string name;                      ///< of UnknownFunction, as the rule has it
+    const FunctionDef* function = nullptr; ///< of ArgumentCount; f_root for the right-hand side as a whole
+    std::size_t count = 0;                 ///< of ArgumentCount: the arguments that the call has
 };
 
 /// What the parser met on its way through one right-hand side.
@@ -36,7 +53,7 @@ struct ParseTrace {
     std::vector<NodeSpan> nodes;        ///< callers before their arguments
     std::vector<std::size_t> swallowed; ///< commas that begin an argument, since they follow a comma directly
     std::string message;                ///< as the engine reports it; empty for success
-    Span fault;                         ///< what the message is about
+    ParseFault fault;                   ///< the same as data
 
     /// Parses as Expression::readCfgLine does, but reports to this object instead of error(). The arity message is
     /// logged as ever.

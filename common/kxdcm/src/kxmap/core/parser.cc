@@ -16,6 +16,8 @@
 
 namespace {
 
+using Fault = kxmap::ParseFault::Kind;
+
 /// Says whether a byte is a token of its own that neither ends nor begins anything. Nearly all are, and are seen at once.
 bool isPlain(char c)
 {
@@ -77,11 +79,6 @@ const char* decodeQuoted(char* s)
     return nullptr;
 }
 
-char* unknownFunction(const char* name)
-{
-    return newdup((std::string(kxmap::kUnknownFunction) + name + '\n').c_str());
-}
-
 class Parser {
 public:
     /// @param text what is parsed, writable; its bytes stay in place, so that a trace can tell offsets in it.
@@ -98,6 +95,7 @@ public:
 
 private:
     char* parseCall(Expression& node, char* s, char* end, int depth, const kxmap::NodeSpan& seen);
+    char* unknownFunction(const char* name, const char* nameEnd);
     char* addArgument(Expression& call, char* argument, char* end, int depth);
     char* checkArguments(const Expression& call, const char* list);
 
@@ -106,10 +104,14 @@ private:
         return {static_cast<std::size_t>(begin - text_), static_cast<std::size_t>(end - text_)};
     }
 
-    char* fail(char* message, const char* begin, const char* end)
+    /// @return a copy of `message`, once the trace has the fault.
+    char* fail(Fault kind, const char* message, const char* begin, const char* end)
     {
-        if (trace_ != nullptr) trace_->fault = span(begin, end);
-        return message;
+        if (trace_ != nullptr) {
+            trace_->fault.kind = kind;
+            trace_->fault.span = span(begin, end);
+        }
+        return newdup(message);
     }
 
     void note(const kxmap::NodeSpan& seen, kxmap::NodeSpan::Kind kind, const char* contentEnd)
@@ -140,8 +142,6 @@ char* Parser::parse(Expression& node, char* s, char* end, int depth)
 {
     kxmap::NodeSpan seen;
     seen.node = &node;
-    seen.depth = depth;
-    seen.raw = span(s, end);
     kxmap::trimBlanks(s, end);
     seen.text = span(s, end);
     if (s == end) {
@@ -155,7 +155,7 @@ char* Parser::parse(Expression& node, char* s, char* end, int depth)
         return nullptr;
     }
     const char* contentEnd = decodeQuoted(s + 1);
-    if (contentEnd == nullptr) return fail(newdup(kxmap::kMismatchedQuotes), s, end);
+    if (contentEnd == nullptr) return fail(Fault::OpenQuote, kxmap::kMismatchedQuotes, s, end);
     note(seen, kxmap::NodeSpan::Kind::Quoted, contentEnd);
     node.text = newdup(s + 1);
     return nullptr;
@@ -163,21 +163,28 @@ char* Parser::parse(Expression& node, char* s, char* end, int depth)
 
 char* Parser::parseCall(Expression& node, char* s, char* end, int depth, const kxmap::NodeSpan& seen)
 {
-    if (depth >= kxmap::kMaxNesting) return fail(newdup(kxmap::kNestedTooDeeply), s, end);
+    if (depth >= kxmap::kMaxNesting) return fail(Fault::NestedTooDeeply, kxmap::kNestedTooDeeply, s, end);
     char* const listEnd = end - 1;
     *listEnd = '\0';
     char* bracket = s;
     while (*bracket != '\0' && *bracket != '(') {
         char* next = isPlain(*bracket) ? bracket + 1 : stepToken(bracket);
-        if (next == nullptr) return fail(newdup(kxmap::kMismatchedBracket), bracket, bracket + 1);
+        if (next == nullptr) return fail(Fault::StrayBracket, kxmap::kMismatchedBracket, bracket, bracket + 1);
         bracket = next;
     }
-    if (*bracket == '\0') return fail(newdup(kxmap::kMismatchedCall), s, end);
+    if (*bracket == '\0') return fail(Fault::NoOpenBracket, kxmap::kMismatchedCall, s, end);
     *bracket = '\0';
     node.func = kxmap::findFunction(s);
-    if (node.func == nullptr) return fail(unknownFunction(s), s, bracket);
+    if (node.func == nullptr) return unknownFunction(s, bracket);
     note(seen, kxmap::NodeSpan::Kind::Call, bracket);
     return parseList(node, bracket + 1, listEnd, depth + 1);
+}
+
+char* Parser::unknownFunction(const char* name, const char* nameEnd)
+{
+    if (trace_ != nullptr) trace_->fault.name = name;
+    const std::string message = std::string(kxmap::kUnknownFunction) + name + '\n';
+    return fail(Fault::UnknownFunction, message.c_str(), name, nameEnd);
 }
 
 char* Parser::parseList(Expression& call, char* s, char* end, int depth)
@@ -196,7 +203,7 @@ char* Parser::parseList(Expression& call, char* s, char* end, int depth)
             if (*p == ',' && trace_ != nullptr) trace_->swallowed.push_back(static_cast<std::size_t>(p - text_));
         }
         char* next = p != end && isPlain(*p) ? p + 1 : stepToken(p);
-        if (next == nullptr) return fail(newdup(kxmap::kMismatchedBracket), p, p + 1);
+        if (next == nullptr) return fail(Fault::StrayBracket, kxmap::kMismatchedBracket, p, p + 1);
         p = next;
     }
     if (char* message = addArgument(call, argument, end, depth)) return message;
@@ -224,7 +231,11 @@ char* Parser::checkArguments(const Expression& call, const char* list)
     const std::string message = start + ' ' + kxmap::kArguments + '\n';
     const char* nameEnd = list == text_ ? list : list - 1; // the root wrapper has no name in the text
     const char* name = list == text_ ? list : nameEnd - std::strlen(call.func->name);
-    return fail(newdup(message.c_str()), name, nameEnd);
+    if (trace_ != nullptr) {
+        trace_->fault.function = call.func;
+        trace_->fault.count = count;
+    }
+    return fail(Fault::ArgumentCount, message.c_str(), name, nameEnd);
 }
 
 } // namespace
