@@ -27,8 +27,6 @@ namespace fs = std::filesystem;
 using Json = nlohmann::ordered_json;
 using Role = MappingSlot::Role;
 
-constexpr std::size_t kMostTitleBytes = 16; // DICOM PS3.5 section 6.2, VR AE
-
 struct Options {
     std::string aeTitle;
     std::string mappingsFolder;
@@ -103,18 +101,6 @@ void countAll(Listing& listing)
     }
 }
 
-/// @return why no AE title is the name of a mapping; empty when one may be.
-std::string whyNoTitle(const std::string& title)
-{
-    if (title.size() > kMostTitleBytes) return fmt::format("no AE title is longer than {} characters", kMostTitleBytes);
-    if (title.starts_with(' ') || title.ends_with(' ')) return "no AE title begins or ends with a blank";
-    const bool hasOdd = std::ranges::any_of(title, [](char c) {
-        const auto byte = static_cast<unsigned char>(c);
-        return byte < ' ' || byte >= 0x7F || c == '\\';
-    });
-    return hasOdd ? "no AE title has a backslash, a control character or a letter beyond ASCII" : "";
-}
-
 std::string lowered(std::string text)
 {
     for (char& byte : text) {
@@ -137,27 +123,19 @@ void noteTitles(const std::vector<Row>& rows, std::vector<Note>& notes)
     }
 }
 
-std::string whyNotRead(const fs::path& below, const std::string& name, bool isFolder, bool isRegular)
-{
-    if (isFolder) return "it is a folder";
-    if (!isRegular) return "it is no regular file";
-    if (!below.empty()) return "only pre.map, post.map, outpre.map and outpost.map are read here";
-    return name == ".map" ? "no AE title is empty" : "its name does not end in \".map\", in lower case";
-}
-
-/// Notes what lies in a folder and is never read.
-void noteStrays(const fs::path& folder, const fs::path& below, const std::vector<fs::path>& read,
-                std::vector<Note>& notes)
+/// Notes what lies in a folder and serves nobody, whatever its rules are.
+/// @param below the folder itself (""), or "global" in it.
+void noteStrays(const fs::path& folder, const fs::path& below, std::vector<Note>& notes)
 {
     std::error_code failure;
     std::vector<Note> found;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder / below, failure)) {
         const fs::path name = below / entry.path().filename();
-        const std::string text = name.filename();
-        const bool isFolder = entry.is_directory(failure);
-        if (std::ranges::find(read, name) != read.end() && !isFolder) continue;
-        if (isFolder && !text.ends_with(".map")) continue;
-        found.push_back({name, "serves nobody: " + whyNotRead(below, text, isFolder, entry.is_regular_file(failure))});
+        const FileMeaning meaning = meaningOf(name);
+        if (meaning.role == FileMeaning::Role::Unread && entry.is_directory(failure)) continue; // as "global" itself
+        std::string why = whyUnread(folder, name);
+        if (why.empty() && meaning.role == FileMeaning::Role::Title && meaning.title.empty()) why = whyNoTitle("");
+        if (!why.empty()) found.push_back({name, "serves nobody: " + why});
     }
     std::ranges::sort(found, {}, &Note::file);
     notes.insert(notes.end(), found.begin(), found.end());
@@ -178,14 +156,10 @@ Listing listAll(const fs::path& folder)
                     rowsOf(folder, Direction::Outbound, titlesIn(folder, Direction::Outbound)),
                     {},
                     kAllGood};
-    std::vector<fs::path> read;
-    for (const std::vector<Row>* rows : {&listing.inbound, &listing.outbound}) {
-        noteTitles(*rows, listing.notes);
-        for (const Row& row : *rows) read.push_back(row.slot.name);
-    }
+    for (const std::vector<Row>* rows : {&listing.inbound, &listing.outbound}) noteTitles(*rows, listing.notes);
     noteOutbound(listing.outbound, listing.notes);
-    noteStrays(folder, "", read, listing.notes);
-    noteStrays(folder, "global", read, listing.notes);
+    noteStrays(folder, "", listing.notes);
+    noteStrays(folder, kxmap::kGlobalDirectory, listing.notes);
     return listing;
 }
 

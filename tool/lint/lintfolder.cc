@@ -2,6 +2,7 @@
 // A mappings folder: which of its entries the engine reads, and whom they serve.
 #include "tool/console/output.h"
 #include "tool/lint/lint.h"
+#include "tool/rules/mappingsfolder.h"
 
 #include <algorithm>
 #include <cerrno>
@@ -12,23 +13,20 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view kSuffix = ".map";
-constexpr std::string_view kOutboundSuffix = ".out.map";
-constexpr std::size_t kTitleBytes = 16; // of an AE title: DICOM PS3.5, AE
-constexpr std::size_t kNameBytes = 127; // of a mapping's name
-
-struct Global {
-    const char* name;
-    Stage stage;
-};
-constexpr Global kGlobals[] = {{"pre.map", Stage::Pre},
-                               {"outpre.map", Stage::OutboundPre},
-                               {"post.map", Stage::Post},
-                               {"outpost.map", Stage::OutboundPost}};
-
-bool isMap(const fs::path& name)
+Stage stageOf(const FileMeaning& meaning)
 {
-    return name.native().ends_with(kSuffix);
+    const bool isOutbound = meaning.direction == Direction::Outbound;
+    switch (meaning.role) {
+    case FileMeaning::Role::Pre:
+        return isOutbound ? Stage::OutboundPre : Stage::Pre;
+    case FileMeaning::Role::Title:
+        return isOutbound ? Stage::OutboundTitle : Stage::Title;
+    case FileMeaning::Role::Post:
+        return isOutbound ? Stage::OutboundPost : Stage::Post;
+    case FileMeaning::Role::Unread:
+        break;
+    }
+    return Stage::Alone;
 }
 
 std::vector<fs::path> entriesOf(const fs::path& folder)
@@ -40,12 +38,6 @@ std::vector<fs::path> entriesOf(const fs::path& folder)
     if (failure) throw FileError(folder, failure.message());
     std::ranges::sort(entries, {}, &fs::path::native);
     return entries;
-}
-
-bool isRegular(const fs::path& path)
-{
-    std::error_code failure;
-    return fs::is_regular_file(path, failure);
 }
 
 bool isFolder(const fs::path& path)
@@ -63,44 +55,28 @@ std::string lowered(std::string text)
 }
 
 // An entry that somebody may think is in force.
-void lintUnread(const fs::path& entry, bool isGlobal, Findings& findings)
+void lintUnread(const fs::path& folder, const fs::path& entry, Findings& findings)
 {
-    const std::string name = entry.filename().native();
-    std::string message;
-    if (isMap(entry) && !isRegular(entry)) message = "the engine passes over it: it is no regular file";
-    else if (isMap(entry) && entry.native().size() > kxmap::kMaxPathBytes)
-        message = "the engine passes over it: the path is longer than 1023 bytes";
-    else if (isGlobal && isMap(entry) &&
-             std::ranges::none_of(kGlobals, [&](const Global& global) { return name == global.name; }))
-        message = "the engine reads pre.map, post.map, outpre.map and outpost.map of this folder";
-    else if (!isMap(entry) && lowered(name).ends_with(kSuffix))
-        message = "the engine passes over it: names end in \".map\", in lower case";
-    if (message.empty()) return;
-    Finding finding{Check::FileNotRead, nullptr, nullptr, {}, std::move(message), ""};
+    if (!lowered(entry.filename().native()).ends_with(".map")) return;
+    const std::string why = whyUnread(folder, entry.lexically_relative(folder));
+    if (why.empty()) return;
+    Finding finding{Check::FileNotRead, nullptr, nullptr, {}, "the engine passes over it: " + why, ""};
     finding.entry = entry;
     findings.add(std::move(finding));
 }
 
-void lintName(const RuleFile& file, bool isOutbound, Findings& findings)
+void lintName(const RuleFile& file, const FileMeaning& meaning, Findings& findings)
 {
-    const std::string name = file.path.filename().native();
-    const std::string title = name.substr(0, name.size() - (isOutbound ? kOutboundSuffix : kSuffix).size());
-    if (title.size() > kNameBytes || title.size() > kTitleBytes || title.empty()) {
-        const std::string message =
-            title.empty() ? "the file serves an empty AE title, which no sender has"
-            : title.size() > kNameBytes
-                ? fmt::format("the name is cut after {} bytes, and an AE title has {} at most", kNameBytes, kTitleBytes)
-                : fmt::format("no AE title matches the name: it has {} bytes, an AE title {} at most", title.size(),
-                              kTitleBytes);
-        findings.add({Check::TitleTooLong, &file, nullptr, {}, message, ""});
-    }
-    if (isOutbound)
-        findings.add({Check::OutboundInbound,
-                      &file,
-                      nullptr,
-                      {},
-                      fmt::format("the file is applied to datasets from the AE title \"{}.out\" as well", title),
-                      ""});
+    if (const std::string why = whyNoTitle(meaning.title); !why.empty())
+        findings.add({Check::TitleTooLong, &file, nullptr, {}, "the file serves nobody: " + why, ""});
+    if (meaning.direction == Direction::Outbound)
+        findings.add(
+            {Check::OutboundInbound,
+             &file,
+             nullptr,
+             {},
+             fmt::format("the file is applied to datasets from the AE title \"{}\" as well", meaning.inboundTitle),
+             ""});
 }
 
 } // namespace
@@ -108,37 +84,32 @@ void lintName(const RuleFile& file, bool isOutbound, Findings& findings)
 std::vector<fs::path> mappingFilesOf(const fs::path& folder)
 {
     std::vector<fs::path> files;
-    const auto add = [&files](fs::path path) {
-        if (isRegular(path) && path.native().size() <= kxmap::kMaxPathBytes) files.push_back(std::move(path));
+    const auto add = [&](const fs::path& name) {
+        if (whyUnread(folder, name).empty()) files.push_back(folder / name);
     };
-    add(folder / "global" / "pre.map");
-    add(folder / "global" / "outpre.map");
-    for (const fs::path& entry : entriesOf(folder)) {
-        if (isMap(entry)) add(entry);
-    }
-    add(folder / "global" / "post.map");
-    add(folder / "global" / "outpost.map");
+    const auto addGlobal = [&add](const char* name) {
+        for (const Direction direction : {Direction::Inbound, Direction::Outbound})
+            add(kxmap::globalFile(direction, name));
+    };
+    addGlobal("pre");
+    for (const fs::path& entry : entriesOf(folder)) add(entry.filename());
+    addGlobal("post");
     return files;
 }
 
 std::vector<Stage> lintFolder(const fs::path& folder, std::span<const RuleFile> files, Findings& findings)
 {
-    for (const fs::path& entry : entriesOf(folder)) lintUnread(entry, false, findings);
-    if (isFolder(folder / "global")) {
-        for (const fs::path& entry : entriesOf(folder / "global")) lintUnread(entry, true, findings);
+    const fs::path global = folder / kxmap::kGlobalDirectory;
+    for (const fs::path& entry : entriesOf(folder)) lintUnread(folder, entry, findings);
+    if (isFolder(global)) {
+        for (const fs::path& entry : entriesOf(global)) lintUnread(folder, entry, findings);
     }
     std::vector<Stage> stages;
     for (const RuleFile& file : files) {
-        const std::string name = file.path.filename().native();
-        if (file.path.parent_path() == folder / "global") {
-            const auto* global =
-                std::ranges::find_if(kGlobals, [&](const Global& known) { return name == known.name; });
-            stages.push_back(global == std::end(kGlobals) ? Stage::Alone : global->stage);
-            continue;
-        }
-        const bool isOutbound = name.ends_with(kOutboundSuffix);
-        stages.push_back(isOutbound ? Stage::OutboundTitle : Stage::Title);
-        lintName(file, isOutbound, findings);
+        const fs::path name = file.path.lexically_relative(folder);
+        const FileMeaning meaning = meaningOf(name);
+        stages.push_back(stageOf(meaning));
+        if (meaning.role == FileMeaning::Role::Title) lintName(file, meaning, findings);
     }
     return stages;
 }

@@ -5,14 +5,12 @@
 #include "tool/console/output.h"
 #include "tool/rules/lintnames.h" // editDistance
 
-#include "kxmap/core/inspect.h"
-
 #include <dcmtk/ofstd/ofstd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdlib>
-#include <string_view>
+#include <fmt/format.h>
 #include <unistd.h>
 #include <utility>
 
@@ -21,8 +19,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-constexpr std::string_view kSuffix = ".map";
-constexpr std::string_view kOutboundSuffix = ".out.map";
+constexpr std::size_t kMostTitleBytes = 16; // DICOM PS3.5 section 6.2, VR AE
 
 // A set opens regular files alone. It passes over one that it cannot reach; here that is no answer: rules that nobody
 // could read are not the same as none.
@@ -64,15 +61,12 @@ fs::path findMappingsFolder(const std::string& given)
 std::vector<MappingSlot> slotsFor(const fs::path& folder, Direction direction, const std::string& aeTitle)
 {
     using Role = MappingSlot::Role;
-    const bool isOutbound = direction == Direction::Outbound;
-    const fs::path global = "global";
     std::vector<MappingSlot> slots;
-    slots.push_back({Role::Pre, global / (isOutbound ? "outpre.map" : "pre.map"), false});
-    if (!aeTitle.empty())
-        slots.push_back({Role::Title, aeTitle + std::string(isOutbound ? kOutboundSuffix : kSuffix), false});
-    slots.push_back({Role::Post, global / (isOutbound ? "outpost.map" : "post.map"), false});
-    // The engine cuts longer names, and opens no title that is a path: such titles have no file.
-    const bool hasFile = aeTitle.find('/') == std::string::npos && aeTitle.size() < kxmap::kMappingNameBytes;
+    slots.push_back({Role::Pre, kxmap::globalFile(direction, "pre"), false});
+    if (!aeTitle.empty()) slots.push_back({Role::Title, kxmap::titleFile(direction, aeTitle), false});
+    slots.push_back({Role::Post, kxmap::globalFile(direction, "post"), false});
+    // The engine cuts longer names: such titles have no file either.
+    const bool hasFile = kxmap::canNameFile(aeTitle) && aeTitle.size() < kxmap::kMappingNameBytes;
     for (MappingSlot& slot : slots) slot.isThere = (hasFile || slot.role != Role::Title) && isFile(folder / slot.name);
     return slots;
 }
@@ -92,19 +86,50 @@ std::string titleMeantBy(const fs::path& folder, Direction direction, const std:
     return meant;
 }
 
-std::vector<std::string> titlesIn(const fs::path& folder, Direction direction, bool withOutboundNames)
+std::vector<std::string> titlesIn(const fs::path& folder, Direction direction)
 {
-    const std::string_view suffix = direction == Direction::Outbound ? kOutboundSuffix : kSuffix;
     std::vector<std::string> titles;
     for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
-        const std::string name = entry.path().filename();
-        if (!name.ends_with(suffix) || name.size() == suffix.size() || !isFile(entry.path())) continue;
-        const bool isOutboundName = name.ends_with(kOutboundSuffix);
-        if (direction == Direction::Inbound && isOutboundName && !withOutboundNames) continue;
-        titles.push_back(name.substr(0, name.size() - suffix.size()));
+        const fs::path name = entry.path().filename();
+        const FileMeaning meaning = meaningOf(name);
+        if (meaning.title.empty() || meaning.direction != direction || !isFile(entry.path())) continue;
+        titles.emplace_back(meaning.title);
     }
     std::ranges::sort(titles);
     return titles;
+}
+
+FileMeaning meaningOf(const fs::path& name)
+{
+    const std::string_view whole = name.native();
+    const std::string_view::size_type slash = whole.rfind('/');
+    if (slash == std::string_view::npos) return kxmap::meaningOf(kxmap::Place::Mappings, whole);
+    return kxmap::meaningOf(kxmap::Place::Global, whole.substr(slash + 1));
+}
+
+std::string whyUnread(const fs::path& folder, const fs::path& name)
+{
+    const fs::path path = folder / name;
+    std::error_code failure;
+    const fs::file_status status = fs::status(path, failure);
+    if (fs::is_directory(status)) return "it is a folder";
+    if (!fs::is_regular_file(status)) return "it is no regular file";
+    if (path.native().size() > kxmap::kMaxPathBytes)
+        return fmt::format("its path is longer than {} bytes", kxmap::kMaxPathBytes);
+    const char* why = meaningOf(name).whyUnread;
+    return why == nullptr ? "" : why;
+}
+
+std::string whyNoTitle(std::string_view title)
+{
+    if (title.empty()) return "no AE title is empty";
+    if (title.size() > kMostTitleBytes) return fmt::format("no AE title is longer than {} characters", kMostTitleBytes);
+    if (title.starts_with(' ') || title.ends_with(' ')) return "no AE title begins or ends with a blank";
+    const bool hasOdd = std::ranges::any_of(title, [](char c) {
+        const auto byte = static_cast<unsigned char>(c);
+        return byte < ' ' || byte >= 0x7F || c == '\\';
+    });
+    return hasOdd ? "no AE title has a backslash, a control character or a letter beyond ASCII" : "";
 }
 
 } // namespace kxtool

@@ -2,13 +2,17 @@
 // A mappings folder as the engine sees it: which file serves whom, and in which order.
 #pragma once
 
+#include "kxmap/core/filenames.h"
+
 #include <filesystem>
 #include <string>
+#include <string_view>
 #include <vector>
 
 namespace kxtool {
 
-enum class Direction { Inbound, Outbound };
+using kxmap::Direction;
+using kxmap::FileMeaning;
 
 /// One place in the order of a run.
 struct MappingSlot {
@@ -29,9 +33,18 @@ std::vector<MappingSlot> slotsFor(const std::filesystem::path& folder, Direction
 /// @return the AE title with a mapping of its own that somebody probably meant who wrote this one; empty without a guess.
 std::string titleMeantBy(const std::filesystem::path& folder, Direction direction, const std::string& aeTitle);
 
-/// @return the AE titles that have a mapping of their own, in the order of their bytes.
-/// @param withOutboundNames whether inbound "X.out" is one for every "X.out.map", as the engine has it.
-std::vector<std::string> titlesIn(const std::filesystem::path& folder, Direction direction,
-                                  bool withOutboundNames = false);
+/// @return the AE titles that have a mapping of their own, in the order of their bytes; "X.out" inbound, which a file
+///         "X.out.map" serves as well, is not among them.
+std::vector<std::string> titlesIn(const std::filesystem::path& folder, Direction direction);
+
+/// @param name below the folder: "CT1.map", "global/pre.map".
+/// @return what the engine takes an entry of that name for, if it opens it; the titles in it are parts of `name`.
+FileMeaning meaningOf(const std::filesystem::path& name);
+
+/// @return why the engine passes over an entry of the folder, as a sentence on it; empty when it reads it.
+std::string whyUnread(const std::filesystem::path& folder, const std::filesystem::path& name);
+
+/// @return why no remote system has this AE title, as a sentence; empty when one may.
+std::string whyNoTitle(std::string_view title);
 
 } // namespace kxtool

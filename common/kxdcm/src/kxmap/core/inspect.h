@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // For programs that show rules to people: the parser that the engine uses, telling where in the text it was. Private to
-// this project, and the only header below kxmap/ that its tool may include.
+// this project; its tool may include it.
 #pragma once
 
 #include "kxmap.h"

@@ -2,17 +2,17 @@
 // Every mapping of one direction, found below the directory that DICOM_VAR names.
 #include "kxmap.h"
 
+#include "kxmap/core/filenames.h"
 #include "kxmap/mappings/lines.h"
 
 #include <cstdlib>
 #include <cstring>
 #include <memory>
-#include <string_view>
 #include <tuple>
 
 namespace {
 
-constexpr std::string_view kSuffix = ".map";
+using kxmap::Direction;
 
 /// @return the value of DICOM_VAR, empty when it is not set, and "/mappings".
 std::string mappingsDirectory()
@@ -59,16 +59,16 @@ MappingSet::MappingSet() : MappingSet(nullptr)
     const std::string directory = mappingsDirectory();
     const kxmap::DirHandle listing(::opendir(directory.c_str()));
     if (!listing) return;
-    pre = readMapping(directory + "/global/pre.map", "pre").release();
+    std::string path;
+    pre = readGlobal(directory + '/', "pre", false, path);
     while (const dirent* entry = ::readdir(listing.get())) {
-        const std::string_view file = entry->d_name;
         OFLOG_DEBUG(logger, "Scanning " << entry->d_name);
-        if (!file.ends_with(kSuffix)) continue; // outbound files do: they serve the AE title "<title>.out"
+        const kxmap::FileMeaning meaning = kxmap::meaningOf(kxmap::Place::Mappings, entry->d_name);
+        if (meaning.role != kxmap::FileMeaning::Role::Title) continue; // outbound files are: of the title "X.out"
         OFLOG_DEBUG(logger, "Reading " << entry->d_name << " map file");
-        const std::string name(file.substr(0, file.size() - kSuffix.size()));
-        load(directory + '/' + entry->d_name, name.c_str());
+        load(directory + '/' + entry->d_name, std::string(meaning.inboundTitle).c_str());
     }
-    post = readMapping(directory + "/global/post.map", "post").release();
+    post = readGlobal(directory + '/', "post", false, path);
 }
 
 MappingSet::MappingSet(bool outbound, const char* aeTitle, bool globals) : MappingSet(nullptr)
@@ -80,7 +80,8 @@ MappingSet::MappingSet(bool outbound, const char* aeTitle, bool globals) : Mappi
         post = readGlobal(directory, "post", outbound, path);
     }
     // Deliberate: the outbound file, whatever the flag says. A title comes from a peer: it names no file elsewhere.
-    if (aeTitle != nullptr && std::strchr(aeTitle, '/') == nullptr) load(directory + aeTitle + ".out.map", aeTitle);
+    if (aeTitle != nullptr && kxmap::canNameFile(aeTitle))
+        load(directory + kxmap::titleFile(Direction::Outbound, aeTitle), aeTitle);
 }
 
 MappingSet::~MappingSet()
@@ -100,7 +101,7 @@ void MappingSet::load(const std::string& path, const char* name)
 
 Mapping* MappingSet::readGlobal(const std::string& directory, const std::string& name, bool outbound, std::string& path)
 {
-    path = directory + "global/" + (outbound ? "out" : "") + name + ".map";
+    path = directory + kxmap::globalFile(outbound ? Direction::Outbound : Direction::Inbound, name);
     return readMapping(path, name.c_str()).release();
 }
 
