@@ -90,15 +90,16 @@ class Scenario:
         count = int.from_bytes(counter.read_bytes(), "little")
         counter.unlink()
         struck = count >= int(fault.split()[1])
-        result = Result(self, source if self.is_in_place else out, source, report, done, extra if struck else {})
+        result = Result(self, fault, source if self.is_in_place else out, report, done, extra if struck else {})
         return [f"{self}: {fault}: {fault_found}\n{done.stderr}" for fault_found in result.faults(struck)], struck
 
 
 class Result:
     """What a run has left."""
 
-    def __init__(self, scenario, place, source, report, done, extra):
-        self.scenario, self.place, self.source, self.done, self.extra = scenario, place, source, done, extra
+    def __init__(self, scenario, fault, place, report, done, extra):
+        self.scenario, self.fault, self.place, self.done, self.extra = scenario, fault, place, done, extra
+        self.source = place.parent / "in"
         self.lines = {}
         if report.exists():
             for line in report.read_text().splitlines():
@@ -108,7 +109,7 @@ class Result:
     def faults(self, struck):
         """Lists what is wrong."""
         bench = self.scenario.bench
-        if not struck and self.done.returncode != 0:
+        if (not struck or self.fault.endswith("kill")) and self.done.returncode != 0:
             yield f"exit {self.done.returncode} though nothing failed"
         states = {name: self.state(name, bench) for name in self.scenario.names}
         for name, state in states.items():
@@ -197,6 +198,19 @@ def changing_inputs(scenario):
     return faults, runs
 
 
+def dying_workers(scenario):
+    """Kills a worker at each step that changes something: what it had not done is done by another, and nothing twice."""
+    faults, runs = [], 0
+    for function in ("open", "write", "copy_file_range", "fchmod", "rename", "fdatasync", "syncfs", "fsync", "close"):
+        number, struck = 1, True
+        while struck:
+            found, struck = scenario.run(f"{function} {number} kill")
+            faults += found
+            runs += struck
+            number += 1
+    return faults, runs
+
+
 def two_at_once(bench, rounds):
     """Runs twice at once on one folder: each file is coerced once or twice, and keeps its own pixels."""
     faults = []
@@ -269,6 +283,8 @@ def main():
             for turn, scenario in enumerate(scenarios(bench)):
                 jobs.append(pool.submit(failing_calls, scenario, options.thorough, turn))
                 jobs.append(pool.submit(changing_inputs, scenario))
+                if scenario.is_in_place and "-j" not in scenario.options:
+                    jobs.append(pool.submit(dying_workers, scenario))
             jobs.append(pool.submit(two_at_once, bench, 3))
             jobs.append(pool.submit(grown_by_deflating, bench))
         faults = [fault for job in jobs for fault in job.result()[0]]

@@ -2,8 +2,8 @@
 // Loaded before the C library, this makes one call to the system fail, or something happen to a file before it. Only calls
 // on files of one folder count, and for mmap those without a file, through all processes of a run. The environment says
 // what: KXDCM_FAULT is "FUNCTION NUMBER ACTION", FUNCTION with "+" at its end for the call of that number and all later
-// ones; ACTION is an error number, or "replace", "cut", "remove" or "pipe", which is done to KXDCM_FAULT_FILE, with
-// KXDCM_FAULT_OTHER for a replacement. KXDCM_FAULT_FOLDER is the folder, KXDCM_FAULT_COUNTER a file of eight bytes for the
+// ones; ACTION is an error number, "kill", which ends the process when it is not the first, or "replace", "cut", "remove" or
+// "pipe", which is done to KXDCM_FAULT_FILE, with KXDCM_FAULT_OTHER for a replacement. KXDCM_FAULT_FOLDER is the folder, KXDCM_FAULT_COUNTER a file of eight bytes for the
 // count.
 #include <dlfcn.h>
 #include <fcntl.h>
@@ -15,6 +15,7 @@
 #include <atomic>
 #include <cerrno>
 #include <climits>
+#include <csignal>
 #include <cstdarg>
 #include <cstdint>
 #include <cstdio>
@@ -47,6 +48,7 @@ struct Fault {
     bool isLasting = false;
     std::string folder = variable("KXDCM_FAULT_FOLDER");
     std::atomic<std::uint64_t>* count = nullptr;
+    pid_t first = getpid();
 
     Fault()
     {
@@ -80,6 +82,7 @@ struct Fault {
     {
         const std::uint64_t now = ++*count;
         if (now != number && (!isLasting || now < number)) return false;
+        if (action == "kill") return getpid() != first && kill(getpid(), SIGKILL) != 0;
         const std::string file = variable("KXDCM_FAULT_FILE");
         if (action == "replace")
             return next<decltype(rename)>("rename")(variable("KXDCM_FAULT_OTHER").c_str(), file.c_str()) != 0;

@@ -8,6 +8,7 @@
 #include <sys/stat.h>
 
 using namespace kxtest;
+using namespace std::string_literals;
 namespace fs = std::filesystem;
 
 TEST_F(ToolApply, setAppliesPreThenTitleThenPost)
@@ -20,7 +21,8 @@ TEST_F(ToolApply, setAppliesPreThenTitleThenPost)
     EXPECT_EQ(value("a.dcm", DCM_PatientName), "pre-title-post");
     EXPECT_EQ(run("apply --aet CT1 --mappings rules --outbound -o b.dcm ct.dcm").exitCode, 0);
     EXPECT_EQ(value("b.dcm", DCM_PatientName), "outbound");
-    const ToolRun fromVariable = run("apply --aet CT1 -o c.dcm ct.dcm", "mv rules mappings; export DICOM_VAR=.;");
+    fs::rename(dir.path() / "rules", dir.path() / "mappings");
+    const ToolRun fromVariable = run("apply --aet CT1 -o c.dcm ct.dcm", Setting{.environment = {{"DICOM_VAR", "."}}});
     EXPECT_EQ(fromVariable.exitCode, 0) << fromVariable.errors;
     EXPECT_EQ(value("c.dcm", DCM_PatientName), "pre-title-post");
 }
@@ -190,12 +192,13 @@ TEST_F(ToolApply, listsKeepTheirPaths)
     copy("MR_small.dcm", "in/a b/x.dcm");
     copy("MR_small.dcm", "in/c/x.dcm");
     const std::string list = "apply --single name.map --from-file - --progress ";
-    const ToolRun byNul = run(list + "-o out", R"(printf './in/a b/x.dcm\0in/c/../c/x.dcm\0in/c/x.dcm\0' |)");
+    const auto listed = [this](const std::string& names) { return Setting{.input = dir.write("list", names)}; };
+    const ToolRun byNul = run(list + "-o out", listed("./in/a b/x.dcm\0in/c/../c/x.dcm\0in/c/x.dcm\0"s));
     EXPECT_EQ(byNul.exitCode, 0) << byNul.errors;
     EXPECT_TRUE(byNul.errors.starts_with("kxmap: 2 of 2 files in 1 s, ")) << byNul.errors;
     EXPECT_EQ(value("out/in/a b/x.dcm", DCM_PatientName), "changed");
     EXPECT_EQ(value("out/in/c/x.dcm", DCM_PatientName), "changed");
-    EXPECT_EQ(run(list + "--in-place", R"(printf 'in/a b/x.dcm\nct.dcm' |)").exitCode, 0);
+    EXPECT_EQ(run(list + "--in-place", listed("in/a b/x.dcm\nct.dcm")).exitCode, 0);
     EXPECT_EQ(value("in/a b/x.dcm", DCM_PatientName), "changed");
     EXPECT_EQ(value("ct.dcm", DCM_PatientName), "changed");
     EXPECT_NE(value("in/c/x.dcm", DCM_PatientName), "changed");

@@ -36,16 +36,26 @@ protected:
         return textOf(item, key);
     }
 
-    ToolRun run(const std::string& arguments, const std::string& prelude = "") const
+    ToolRun run(const std::string& arguments, const Setting& setting = {}) const
     {
-        const ToolRun result = runTool(dir.path(), arguments, prelude);
+        return checked(arguments, runTool(dir.path(), arguments, setting));
+    }
+
+    ToolRun run(const std::string& arguments, const std::string& prelude) const
+    {
+        return checked(arguments, runTool(dir.path(), arguments, prelude));
+    }
+
+    const TempDir dir;
+
+private:
+    ToolRun checked(const std::string& arguments, ToolRun result) const
+    {
         for (const auto& entry : std::filesystem::recursive_directory_iterator(dir.path()))
             EXPECT_FALSE(entry.path().filename().native().starts_with(".kxmap-"))
                 << entry.path() << " after " << arguments;
         return result;
     }
-
-    const TempDir dir;
 };
 
 } // namespace kxtest

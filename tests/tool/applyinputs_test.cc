@@ -5,6 +5,7 @@
 #include "tool/applyfixture.h"
 
 using namespace kxtest;
+using namespace std::string_literals;
 namespace fs = std::filesystem;
 
 namespace {
@@ -90,17 +91,17 @@ TEST_F(ToolApplyInputs, listsOfOtherSystems)
 {
     const std::string list = "apply --single n.map --in-place --from-file - ";
     struct Case {
-        const char* content;
+        std::string content;
         const char* changed;
     };
     copy("CT_small.dcm", "odd\r");
-    constexpr Case kCases[] = {{R"(A/y.dcm\r\nA/b/x.dcm\r\n)", "A/b/x.dcm"},
-                               {R"(A/y.dcm\r\nct.dcm)", "ct.dcm"},
-                               {R"(odd\r\nA/y.dcm\n)", "odd\r"},
-                               {R"(odd\r\0)", "odd\r"}};
-    for (const Case& c : kCases) {
+    const Case cases[] = {{"A/y.dcm\r\nA/b/x.dcm\r\n", "A/b/x.dcm"},
+                          {"A/y.dcm\r\nct.dcm", "ct.dcm"},
+                          {"odd\r\nA/y.dcm\n", "odd\r"},
+                          {"odd\r\0"s, "odd\r"}};
+    for (const Case& c : cases) {
         const std::string before = value(c.changed, DCM_PatientID);
-        const ToolRun result = run(list, std::string("printf '") + c.content + "' |");
+        const ToolRun result = run(list, Setting{.input = dir.write("list", c.content)});
         EXPECT_EQ(result.exitCode, 0) << c.content << result.errors;
         EXPECT_EQ(value(c.changed, DCM_PatientID), "N-" + before) << c.content;
     }

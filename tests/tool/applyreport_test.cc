@@ -16,14 +16,9 @@ class ToolApplyReport : public ToolApply {
 protected:
     ToolRun report(const std::string& file, const std::string& prelude = "", const std::string& behind = "") const
     {
-        return run("apply --single name.map -o out.dcm ct.dcm --report " + file + behind, "timeout 20", prelude);
-    }
-
-    // Within bash, for pipes.
-    ToolRun run(const std::string& arguments, const std::string& wrapper, const std::string& prelude) const
-    {
         fs::remove(dir.path() / "out.dcm");
-        return ToolApply::run(arguments, prelude + wrapper);
+        const std::string arguments = "apply --single name.map -o out.dcm ct.dcm --report " + file + behind;
+        return prelude.empty() ? run(arguments) : run(arguments, prelude + "timeout 20");
     }
 
     fs::perms modeOf(const char* file) const { return fs::status(dir.path() / file).permissions(); }
@@ -86,7 +81,7 @@ TEST_F(ToolApplyReport, goesIntoPipesAndDevices)
     EXPECT_EQ(value("out.dcm", DCM_PatientName), "changed");
     EXPECT_EQ(report("/dev/null").exitCode, 0);
 
-    const ToolRun read = report("/dev/stdout", "", " | head -c 8");
+    const ToolRun read = report("/dev/stdout", " ", " | head -c 8");
     EXPECT_EQ(read.output, "{\"input\"");
     const ToolRun unread = report("/dev/stdout", "({ ", "; echo $? >&2; } | true)");
     EXPECT_TRUE(unread.errors.ends_with("\n2\n")) << unread.errors;
@@ -104,7 +99,7 @@ TEST_F(ToolApplyReport, namesChangesAsTryDoes)
 {
     dir.write("name.map", "(0010,0010)=\"M\xfcller\"\n(0008,0080)=NULL()\nUSER(u)=\"1\"\n$(v)=\"1\"\n");
     ASSERT_EQ(report("r.jsonl").exitCode, 0);
-    const ToolRun tried = ToolApply::run("try --single name.map --format json ct.dcm");
+    const ToolRun tried = run("try --single name.map --format json ct.dcm");
     const Json reported = Json::parse(contentOf(dir.path() / "r.jsonl"))["changes"];
     Json changes = Json::array();
     const Json whole = Json::parse(tried.output);
@@ -120,7 +115,7 @@ TEST_F(ToolApplyReport, namesChangesAsTryDoes)
 // A limit on the size of files holds for the worker's messages as well, which are kept in memory.
 TEST_F(ToolApplyReport, failuresAreToldWhereMessagesCannotBeKept)
 {
-    const ToolRun result = ToolApply::run("apply --single name.map -o out.dcm ct.dcm 2>&1) | cat", "(ulimit -f 0;");
+    const ToolRun result = run("apply --single name.map -o out.dcm ct.dcm 2>&1) | cat", "(ulimit -f 0;");
     EXPECT_EQ(result.output, "kxmap: ct.dcm: failed; why could not be kept (see \"ulimit -f\")\n");
 }
 

@@ -287,7 +287,7 @@ TEST(ToolCheck, aFolderIsASet)
     write("global/other.map", "(0010,0020)=\"x\"\n");
     write("C.MAP", "(0010,0020)=\"x\"\n");
     write("A_TITLE_OF_17_BYT.map", "(0010,0020)=\"x\"\n");
-    const std::string output = runTool(dir.path(), "check", "export DICOM_VAR=.;").output;
+    const std::string output = runTool(dir.path(), "check", Setting{.environment = {{"DICOM_VAR", "."}}}).output;
     const std::vector<std::string> expected = {"2:unset-variable", "3:second-write", "1:unset-variable"};
     EXPECT_EQ(namesIn(output), expected) << output;
     for (const char* text :
@@ -303,8 +303,9 @@ TEST(ToolCheck, showsAWindowAndAligns)
     const TempDir dir;
     dir.write("a.map", "\t(0010,0010)=\"x\"\n(0010,0010)=concat(\"\xC3\xBC\",,a)\n(0010,4000)=concat(\"" +
                            std::string(300, 'x') + "\",,b)\n");
-    const std::string output =
-        runTool(dir.path(), "check -Wno-non-ascii -Wno-value-too-long a.map", "export COLUMNS=60;").output;
+    const std::string output = runTool(dir.path(), "check -Wno-non-ascii -Wno-value-too-long a.map",
+                                       Setting{.environment = {{"COLUMNS", "60"}}})
+                                   .output;
     EXPECT_NE(output.find("    1 |     (0010,0010)=\"x\"\n      | ^~~~\n"), std::string::npos) << output;
     EXPECT_NE(output.find("    2 | (0010,0010)=concat(\"\xC3\xBC\",,a)\n      |                        ^\n"),
               std::string::npos)

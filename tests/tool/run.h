@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Runs the built kxmap as a shell does, and looks at what it left.
+// Runs kxmap and looks at what it left.
 #pragma once
 
 #include "support/fixture.h"
@@ -8,7 +8,7 @@
 #include <fstream>
 #include <iterator>
 #include <string>
-#include <sys/wait.h>
+#include <utility>
 #include <vector>
 
 namespace kxtest {
@@ -25,22 +25,21 @@ struct ToolRun {
     std::string errors;
 };
 
-/// @param arguments as typed into a shell; the current folder is `folder`, and DICOM_VAR is unset.
-/// @param prelude shell commands that come first, ended by ";".
-inline ToolRun runTool(const std::filesystem::path& folder, const std::string& arguments,
-                       const std::string& prelude = "")
-{
-    const std::filesystem::path log = folder.native() + ".log";
-    const std::string output = log.native() + ".out";
-    const std::string errors = log.native() + ".err";
-    const std::string command = "cd '" + folder.native() + "'; unset DICOM_VAR; " + prelude + " '" KXDCM_TOOL "' " +
-                                arguments + " >'" + output + "' 2>'" + errors + "'";
-    const int status = std::system(command.c_str());
-    ToolRun run{WIFEXITED(status) ? WEXITSTATUS(status) : -1, contentOf(output), contentOf(errors)};
-    std::filesystem::remove(output);
-    std::filesystem::remove(errors);
-    return run;
-}
+/// What a run finds beside its arguments. Its standard input is at its end, and DICOM_VAR is unset.
+struct Setting {
+    std::vector<std::pair<const char*, std::string>> environment = {};
+    std::string input = {}; ///< a file that is standard input
+};
+
+/// Calls kxmap within this process, as far as a call can do what a shell would: words, quotation marks, `*`. Afterwards
+/// the process is as before.
+/// @param arguments as typed into a shell; a redirection, a pipe and the like have a shell run the built kxmap.
+/// @param folder the current folder meanwhile.
+ToolRun runTool(const std::filesystem::path& folder, const std::string& arguments, const Setting& setting = {});
+
+/// Runs the built kxmap as a shell does, for what a call cannot show: signals, limits, pipes, another user.
+/// @param prelude shell commands that come first, ended by ";", or the beginning of the command.
+ToolRun runTool(const std::filesystem::path& folder, const std::string& arguments, const std::string& prelude);
 
 struct RunCase {
     const char* arguments;

@@ -18,7 +18,7 @@ protected:
     ToolRun shell(const std::string& lines, const std::string& arguments = "ct.dcm") const
     {
         const TempDir input;
-        return runTool(dir.path(), "shell " + arguments + " <'" + input.write("lines", lines) + "'");
+        return runTool(dir.path(), "shell " + arguments, Setting{.input = input.write("lines", lines)});
     }
 };
 

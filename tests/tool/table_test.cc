@@ -24,7 +24,7 @@ protected:
 
     std::string outputAt(int columns, const std::string& arguments) const
     {
-        return runTool(dir.path(), arguments, "export COLUMNS=" + std::to_string(columns) + ";").output;
+        return runTool(dir.path(), arguments, Setting{.environment = {{"COLUMNS", std::to_string(columns)}}}).output;
     }
 };
 

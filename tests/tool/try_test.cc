@@ -152,7 +152,8 @@ TEST_F(ToolTry, charactersAndColours)
     EXPECT_EQ(run("(0008,1030)=\"x\"").output.find('\x1B'), std::string::npos);
     // In a narrow terminal texts go on in the next line, and nothing is cut.
     dir.write("r.map", "(0008,1030)=\"CT of the abdomen, with contrast\"");
-    const std::string narrow = runTool(dir.path(), "try --single r.map ct.dcm", "export COLUMNS=60;").output;
+    const std::string narrow =
+        runTool(dir.path(), "try --single r.map ct.dcm", Setting{.environment = {{"COLUMNS", "60"}}}).output;
     for (const char* part : {"CT of the", "abdomen,", "with", "contrast"}) EXPECT_THAT(narrow, HasSubstr(part));
 }
 

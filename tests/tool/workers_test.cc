@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// kxmap apply with its processes: that several do the same as one, and what happens when something ends or is used up.
+// kxmap apply with its processes: that several do the same as one, and what happens when it is interrupted or something is used up.
 #ifdef KXDCM_TOOL
 
 #include "tool/applyfixture.h"
@@ -81,25 +81,6 @@ TEST_F(ToolWorkers, interruptedRunsLeaveWholeFiles)
         if (*signal == 'T' && ended.errors.empty()) continue; // it was done before
         EXPECT_EQ(ended.errors.find("kxmap: interrupted: ") == 0, *signal == 'T') << ended.errors;
     }
-}
-
-// What a dead worker had not done is done again, once: a second time would append again.
-TEST_F(ToolWorkers, deadWorkersCostNothing)
-{
-    std::string rules = "(0010,0010)=concat((0010,0010),\"+\")\n";
-    for (int i = 0; i < 5000; ++i)
-        rules += "USER(a)=concat((0010,0010),(0010,0020))\n"; // so that a batch takes its time
-    dir.write("append.map", rules);
-    fill(400);
-    const ToolRun result =
-        runInShell("apply --single append.map --in-place --fsync in" + whenChanged("in/0") +
-                   "sleep 0.05; kill -9 $(cat /proc/$p/task/$p/children); wait $p"); // in the next batch
-    EXPECT_EQ(result.exitCode, 0) << result.errors;
-    EXPECT_THAT(result.errors, HasSubstr("kxmap: warning: a worker process died: Killed (signal 9); "));
-    EXPECT_EQ(std::ranges::count(result.errors, '\n'), 1) << result.errors;
-    for (int i = 0; i < 400; ++i)
-        EXPECT_EQ(value("in/" + std::to_string(i), DCM_PatientName), "CompressedSamples^CT1+") << i;
-    expectNothingLeft("in");
 }
 
 // Nobody reads the pipe, so that the tool waits in the middle of its output; and workers inherit what it ignores.
