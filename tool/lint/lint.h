@@ -71,6 +71,7 @@ enum class Check : unsigned char {
     UnusedVariable,
     EmptyFile,
     TitleTooLong,
+    OddFileName,
     FileNotRead,
     OutboundInbound,
 };
@@ -154,6 +155,8 @@ constexpr CheckInfo kChecks[] = {
     // Files.
     {Check::EmptyFile, "empty-file", Severity::Warning, true, "a file without any rule"},
     {Check::TitleTooLong, "title-too-long", Severity::Warning, true, "a file name that no AE title matches"},
+    {Check::OddFileName, "odd-file-name", Severity::Warning, true,
+     "a file name that serves one AE title, and seems to mean another thing"},
     {Check::FileNotRead, "file-not-read", Severity::Warning, true,
      "an entry of the mappings folder that the engine passes over"},
     {Check::OutboundInbound, "outbound-inbound", Severity::Warning, false,
