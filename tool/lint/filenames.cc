@@ -55,11 +55,12 @@ std::optional<NameSlip> slipInTitle(std::string_view title)
     if (isOneOf(kEverybody, all))
         return NameSlip{serves, "for all titles there are global/pre.map and global/post.map"};
     if (last == "map") return NameSlip{serves, "the suffix stands twice"};
-    if (title.find_first_of("*?") != std::string_view::npos)
-        return NameSlip{serves, "there are no wildcards: a file for each title"};
+    if (title.find_first_of("*?,;") != std::string_view::npos)
+        return NameSlip{serves, "there are no wildcards and lists: each title has a file of its own"};
     if (title.find_first_of("@:") != std::string_view::npos)
         return NameSlip{serves, "a title stands alone, without host and port"};
-    const bool isSmall = lastWord(title) == last; // "STORE_OUT" may well be a title
+    // "STORE_OUT" may well be a title.
+    const bool isSmall = lastWord(title) == last || title.ends_with("." + std::string(lastWord(title)));
     if (isSmall && (last == "in" || last == "inbound"))
         return NameSlip{serves, fmt::format("inbound files have no such word: {}.map",
                                             title.substr(0, title.size() - last.size() - 1))};
