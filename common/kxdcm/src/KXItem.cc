@@ -2,7 +2,7 @@
 // The private block's dictionary, and its reservation in an item.
 #include "KXItem.h"
 
-#include "kxmap/core/itempath.h"
+#include "kxmap/core/elements.h"
 
 #include <dcmtk/dcmdata/dcdicent.h>
 #include <dcmtk/dcmdata/dcdict.h>

@@ -2,8 +2,8 @@
 // Values: their texts, and how each kind fills an element.
 #include "kxmap.h"
 
+#include "kxmap/core/elements.h"
 #include "kxmap/core/guards.h"
-#include "kxmap/core/itempath.h"
 
 #include <cstring>
 #include <new>
@@ -102,13 +102,6 @@ void replaceByCopy(DcmItem& item, DcmElement& target, DcmElement& source)
 }
 
 } // namespace
-
-const char* kxmap::elementText(DcmElement& element)
-{
-    char* text = nullptr;
-    std::ignore = element.getString(text); // a VR without text leaves null, which is the answer
-    return text;
-}
 
 Value::Value() : made(false), refCount(1), str(nullptr) {}
 

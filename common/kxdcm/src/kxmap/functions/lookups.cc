@@ -3,32 +3,16 @@
 // is not there, and none reports anything.
 #include "kxmap.h"
 
-#include "kxmap/core/itempath.h"
+#include "kxmap/core/elements.h"
 #include "kxmap/core/numbers.h"
-#include "kxmap/functions/lookups.h"
 #include "kxmap/functions/operands.h"
+#include "kxmap/functions/tagreference.h"
 
 using kxmap::Arguments;
 using kxmap::Operand;
 using kxmap::textOf;
 
 namespace {
-
-DcmElement* findIn(DcmItem* item, unsigned int group, unsigned int element)
-{
-    if (item == nullptr) return nullptr;
-    return kxmap::findElement(*item, {static_cast<Uint16>(group), static_cast<Uint16>(element)});
-}
-
-/// @param groupText null for NULL, and so is the other.
-DcmElement* findTag(MappingSession& session, const char* groupText, const char* elementText)
-{
-    unsigned int group = 0;
-    unsigned int element = 0;
-    if (groupText == nullptr || !kxmap::readHex4(groupText, group)) return nullptr;
-    if (elementText == nullptr || !kxmap::readHex4(elementText, element)) return nullptr;
-    return findIn(session.dataset, group, element);
-}
 
 Value* valueOf(DcmElement* element)
 {
@@ -60,16 +44,6 @@ Value* named(MappingSession& session, std::list<Expression*>& params, Lookup loo
 
 } // namespace
 
-bool kxmap::isPlainTag(const std::list<Expression*>& params)
-{
-    return params.size() == 2 && params.front()->text != nullptr && params.back()->text != nullptr;
-}
-
-DcmElement* kxmap::findPlainTag(MappingSession& session, const std::list<Expression*>& params)
-{
-    return findTag(session, params.front()->text, params.back()->text);
-}
-
 // (value): value itself. (group, element): that element of the dataset, NULL where it has none or a component is NULL
 // or no hexadecimal number.
 Value* empty_getValue(MappingSession& session, std::list<Expression*>& params)
@@ -79,7 +53,7 @@ Value* empty_getValue(MappingSession& session, std::list<Expression*>& params)
     SArgs args(session, params);
     const char* group = textOf(args.GetAt());
     args.Next();
-    return valueOf(findTag(session, group, textOf(args.GetAt())));
+    return valueOf(kxmap::findTag(session, group, textOf(args.GetAt())));
 }
 
 // $(name): the temporary variable's text; "@" in front reads those that outlive a mapping.
@@ -108,5 +82,6 @@ Value* seq_getValue(MappingSession& session, std::list<Expression*>& params)
     }
     if (!isPath) return nullptr;
     DcmItem* item = getParentItem(path, session.dataset);
-    return valueOf(findIn(item, static_cast<unsigned int>(path.front()), static_cast<unsigned int>(path.back())));
+    if (item == nullptr) return nullptr;
+    return valueOf(kxmap::findElement(*item, {static_cast<Uint16>(path.front()), static_cast<Uint16>(path.back())}));
 }

@@ -2,8 +2,8 @@
 // Operands that are read where they stand: no evaluation writes to the dataset, so they stay what they are.
 #include "kxmap/functions/operands.h"
 
-#include "kxmap/core/itempath.h"
-#include "kxmap/functions/lookups.h"
+#include "kxmap/core/elements.h"
+#include "kxmap/functions/tagreference.h"
 
 #include <tuple>
 

@@ -3,7 +3,7 @@
 #include "kxmap.h"
 
 #include "KXItem.h"
-#include "kxmap/core/itempath.h"
+#include "kxmap/core/elements.h"
 
 #include <memory>
 #include <new>

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Finding an element on one level, reading its text and putting one there, which all parts share. The walk
-// through sequence items is getParentItem() of kxmap.h.
+// The elements of one item: finding one, reading its text and putting one there. The way through sequence items to
+// another item is getParentItem() of kxmap.h.
 #pragma once
 
 #include "kxmap.h"
@@ -21,8 +21,8 @@ const char* elementText(DcmElement& element);
 bool holds(DcmItem& item, const DcmElement* element);
 
 /// Gives an element to an item by `insert`, which returns DCMTK's condition. The element is the item's when it was
-/// taken, else still the caller's. Exhausted memory may end DCMTK's insertion on either side of that: so it is looked
-/// up then.
+/// taken, else still the caller's. When memory is exhausted, DCMTK may throw before the item holds the element or after:
+/// so the item is searched for it then.
 template <typename Insert>
 OFCondition giveTo(DcmItem& item, std::unique_ptr<DcmElement>& element, Insert insert)
 {
