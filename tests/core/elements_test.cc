@@ -116,6 +116,58 @@ TEST(Elements, areWrittenWhereDcmtkFindsThem)
     }
 }
 
+/// "(gggg,eeee)=text" of each element, in their order.
+std::string inOrder(DcmItem& item)
+{
+    std::string all;
+    for (DcmObject* object = item.nextInContainer(nullptr); object != nullptr; object = item.nextInContainer(object)) {
+        OFString text;
+        static_cast<DcmElement*>(object)->getOFString(text, 0);
+        all.append(object->getTag().toString().c_str()).append("=").append(text.c_str()).append(" ");
+    }
+    return all;
+}
+
+long countOf(DcmItem& item, const DcmTagKey& key)
+{
+    long count = 0;
+    for (unsigned long i = 0; i < item.card(); ++i) count += item.getElement(i)->getTag() == key ? 1 : 0;
+    return count;
+}
+
+// The reference removes the old element and has DCMTK insert the copy, as one may who has memory enough.
+TEST(Elements, copiesStandWhereDcmtksInsertionPutsThem)
+{
+    for (unsigned seed = 0; seed < 500; ++seed) {
+        std::mt19937 random(seed);
+        const auto randomKey = [&random] {
+            return DcmTagKey(kGroups[random() % 4], static_cast<Uint16>(0x1000 + random() % 6));
+        };
+        DcmDataset dataset;
+        for (int i = 0; i < 9; ++i) dataset.putAndInsertString(DcmTag(randomKey(), EVR_LO), std::to_string(i).c_str());
+        for (unsigned i = 0; i < seed % 3; ++i) // breaks the order
+            dataset.getElement(random() % dataset.card())->setGTag(kGroups[random() % 4]);
+        const DcmTagKey targetKey = dataset.getElement(random() % dataset.card())->getTag();
+        const DcmTagKey sourceKey = dataset.getElement(random() % dataset.card())->getTag();
+        if (targetKey == sourceKey || countOf(dataset, targetKey) > 1) continue;
+
+        DcmDataset reference(dataset);
+        const std::string before = inOrder(reference);
+        ASSERT_EQ(before, inOrder(dataset));
+        std::unique_ptr<DcmElement> copy(static_cast<DcmElement*>(searched(reference, sourceKey)->clone()));
+        const std::unique_ptr<DcmElement> old(reference.remove(searched(reference, targetKey)));
+        const_cast<DcmTag&>(copy->getTag()) = old->getTag();
+        ASSERT_TRUE(reference.insert(copy.get(), false, false).good());
+        std::ignore = copy.release();
+
+        MappingSession session;
+        session.dataset = &dataset;
+        TagValue value(searched(dataset, sourceKey));
+        LVDicomTag(DcmTag(targetKey)).assignValue(session, &value);
+        EXPECT_EQ(inOrder(dataset), inOrder(reference)) << before << ": " << targetKey << '=' << sourceKey;
+    }
+}
+
 // A DcmPixelSequence counts as a sequence for DCMTK's search; its items hold bytes and no elements.
 TEST(Elements, areNotInTheItemsOfCompressedPixelData)
 {

@@ -59,22 +59,23 @@ bool isWhole(DcmObject& copy, DcmObject& source)
     return true;
 }
 
-/// Makes room for a copy beside the element that it replaces. Two of one tag do not stand in an item: so the old one
-/// counts as its neighbour meanwhile, which keeps its place in the order, and goes, without asking for memory, once the
-/// item owns the copy. Else it stays as it was.
+/// Makes room for a copy that is inserted where DCMTK's insertion puts it once the old element is gone. It must stay until
+/// then, since an insertion may find no memory. So it has the greatest tag meanwhile: DCMTK looks for the place from the
+/// item's end, down to the first smaller tag, and passes over it. It is removed, without asking for memory, once the item
+/// owns the copy; else it stays as it was.
 class Replacement {
 public:
     Replacement(DcmItem& item, DcmElement& old, const std::unique_ptr<DcmElement>& copy)
         : item_(item), old_(old), copy_(copy), inserted_(copy.get()), tag_(const_cast<DcmTag&>(old.getTag())),
-          number_(tag_.getElement())
+          key_(tag_)
     {
-        tag_.setElement(number_ ^ 1U); // DcmObject has no setter for the element number
+        tag_.set(DCM_UndefinedTagKey); // (ffff,ffff); DcmObject has no setter for the element number
     }
     Replacement(const Replacement&) = delete;
     Replacement& operator=(const Replacement&) = delete;
     ~Replacement()
     {
-        tag_.setElement(number_);
+        tag_.set(key_);
         if (copy_) return;
         std::unique_ptr<DcmElement> gone(item_.remove(&old_));
         if (!gone) gone.reset(item_.remove(inserted_)); // not in this item: nothing was taken out, so nothing goes in
@@ -86,7 +87,7 @@ private:
     const std::unique_ptr<DcmElement>& copy_;
     DcmElement* inserted_;
     DcmTag& tag_;
-    Uint16 number_;
+    DcmTagKey key_;
 };
 
 /// Puts a copy of `source` in the place of `target`, which is destroyed. Both have the same VR, so the copy can carry
