@@ -10,7 +10,9 @@
 #include <cstdio>
 #include <limits>
 
+using kxmap::Arguments;
 using kxmap::Channel;
+using kxmap::Operand;
 using kxmap::OperandTexts;
 using kxmap::truth;
 
@@ -25,13 +27,11 @@ void report(Channel channel, const char* message, const char* operand = "")
     }
 }
 
-/// Reads the current operand and moves on; what is wrong with it is reported as `texts` has it.
-/// @param text the operand's text; null for NULL.
+/// Reads an operand; what is wrong with it is reported as `texts` has it.
 /// @return whether it is a number.
-bool readOperand(SArgs& args, const OperandTexts& texts, int& number, const char*& text)
+bool readOperand(Operand& operand, const OperandTexts& texts, int& number)
 {
-    text = kxmap::textOf(args.GetAt());
-    args.Next();
+    const char* text = operand.text();
     if (text == nullptr) {
         if (texts.null != nullptr) report(texts.channel, texts.null);
         return false;
@@ -41,10 +41,10 @@ bool readOperand(SArgs& args, const OperandTexts& texts, int& number, const char
     return false;
 }
 
-bool readOperand(SArgs& args, const OperandTexts& texts, int& number)
+bool readNext(Arguments& arguments, const OperandTexts& texts, int& number)
 {
-    const char* text = nullptr;
-    return readOperand(args, texts, number, text);
+    Operand operand = arguments.next();
+    return readOperand(operand, texts, number);
 }
 
 Value* numberValue(int number)
@@ -56,11 +56,10 @@ Value* numberValue(int number)
 Value* fold(MappingSession& session, std::list<Expression*>& params, const OperandTexts& texts, int start,
             std::int32_t (*combine)(std::int32_t, std::int32_t))
 {
-    SArgs args(session, params);
     int result = start;
-    for (std::size_t i = 0; i < params.size(); ++i) {
+    for (Arguments arguments(session, params); !arguments.isAtEnd();) {
         int operand = 0;
-        if (!readOperand(args, texts, operand)) return nullptr;
+        if (!readNext(arguments, texts, operand)) return nullptr;
         result = combine(result, operand);
     }
     return numberValue(result);
@@ -71,18 +70,18 @@ Value* fold(MappingSession& session, std::list<Expression*>& params, const Opera
 Value* divide(MappingSession& session, std::list<Expression*>& params, const OperandTexts& dividendTexts,
               const OperandTexts& divisorTexts, const char* zeroText, int (*combine)(int, int))
 {
-    SArgs args(session, params);
+    Arguments arguments(session, params);
     int dividend = 0;
+    if (!readNext(arguments, dividendTexts, dividend)) return nullptr;
+    Operand divisorOperand = arguments.next();
     int divisor = 0;
-    const char* divisorText = nullptr;
-    if (!readOperand(args, dividendTexts, dividend)) return nullptr;
-    if (!readOperand(args, divisorTexts, divisor, divisorText)) return nullptr;
+    if (!readOperand(divisorOperand, divisorTexts, divisor)) return nullptr;
     if (divisor == 0) {
         report(Channel::kLogger, zeroText);
         return nullptr;
     }
     if (divisor == -1 && dividend == std::numeric_limits<int>::min()) {
-        report(divisorTexts.channel, divisorTexts.invalid, divisorText);
+        report(divisorTexts.channel, divisorTexts.invalid, divisorOperand.text());
         return nullptr;
     }
     return numberValue(combine(dividend, divisor));
@@ -105,10 +104,10 @@ Value* mul_getValue(MappingSession& session, std::list<Expression*>& params)
 // sub(a, b): a less b.
 Value* sub_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
+    Arguments arguments(session, params);
     int a = 0;
     int b = 0;
-    if (!readOperand(args, kxmap::kSubOperand, a) || !readOperand(args, kxmap::kSubOperand, b)) return nullptr;
+    if (!readNext(arguments, kxmap::kSubOperand, a) || !readNext(arguments, kxmap::kSubOperand, b)) return nullptr;
     return numberValue(kxmap::wrappingSub(a, b));
 }
 
@@ -129,12 +128,12 @@ Value* mod_getValue(MappingSession& session, std::list<Expression*>& params)
 // between(value, lower, upper): "true" when lower <= value < upper, else NULL.
 Value* between_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
+    Arguments arguments(session, params);
     int value = 0;
     int lower = 0;
     int upper = 0;
-    if (!readOperand(args, kxmap::kBetweenValue, value)) return nullptr;
-    if (!readOperand(args, kxmap::kBetweenLower, lower)) return nullptr;
-    if (!readOperand(args, kxmap::kBetweenUpper, upper)) return nullptr;
+    if (!readNext(arguments, kxmap::kBetweenValue, value)) return nullptr;
+    if (!readNext(arguments, kxmap::kBetweenLower, lower)) return nullptr;
+    if (!readNext(arguments, kxmap::kBetweenUpper, upper)) return nullptr;
     return truth(lower <= value && value < upper);
 }

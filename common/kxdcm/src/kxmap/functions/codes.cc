@@ -16,7 +16,8 @@
 #include <cstring>
 #include <string_view>
 
-using kxmap::textOf;
+using kxmap::Arguments;
+using kxmap::Operand;
 
 unsigned int gseed = 0;
 
@@ -106,10 +107,9 @@ unsigned int seedOf(const char* text)
 // Leading zeros stay in front of it.
 Value* codenumber_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    Value* value = args.GetAt();
-    if (value == nullptr) return nullptr;
-    const char* text = textOf(value);
+    Operand operand = Arguments(session, params).next();
+    if (operand.isNull()) return nullptr;
+    const char* text = operand.text();
     if (text == nullptr) return complain(kxmap::kInvalidCodeNumber, kxmap::kNull);
     int number = -1;
     if (!kxmap::readInt(text, number) || number < 0) return complain(kxmap::kInvalidCodeNumber, text);
@@ -121,11 +121,12 @@ Value* codenumber_getValue(MappingSession& session, std::list<Expression*>& para
 // that no byte of the forbidden set comes out. Deliberate: only the first 64 bytes are coded, and the rest is cut off.
 Value* codestring_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    const char* text = textOf(args.GetAt());
+    Arguments arguments(session, params);
+    Operand operand = arguments.next();
+    const char* text = operand.text();
     if (text == nullptr) return nullptr;
-    args.Next();
-    const char* forbidden = textOf(args.GetAt());
+    Operand forbiddenOperand = arguments.next();
+    const char* forbidden = forbiddenOperand.text();
 
     std::string coded(text, strnlen(text, kxmap::kMaxCodedBytes));
     std::size_t shift = coded.size();
@@ -136,19 +137,18 @@ Value* codestring_getValue(MappingSession& session, std::list<Expression*>& para
 // rnd(max [, seed]): a number from 0 to max - 1. With a seed text it depends on that text and max alone.
 Value* rnd_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    Value* maxOperand = args.GetAt();
-    if (maxOperand == nullptr) return nullptr;
-    const char* maxText = textOf(maxOperand);
+    Arguments arguments(session, params);
+    Operand maxOperand = arguments.next();
+    if (maxOperand.isNull()) return nullptr;
+    const char* maxText = maxOperand.text();
     if (maxText == nullptr) return complain(kxmap::kInvalidRndMax, kxmap::kNull);
     int max = -1;
     kxmap::readInt(maxText, max);
     if (max < 2) return complain(kxmap::kInvalidRndMax, std::to_string(max).c_str());
 
-    args.Next();
-    Value* seedOperand = args.GetAt();
-    if (seedOperand == nullptr) return new StringValue(std::to_string(drawShared() % max).c_str());
-    const char* seedText = textOf(seedOperand);
+    Operand seedOperand = arguments.next();
+    if (seedOperand.isNull()) return new StringValue(std::to_string(drawShared() % max).c_str());
+    const char* seedText = seedOperand.text();
     if (seedText == nullptr) return complain(kxmap::kInvalidRndSeed, kxmap::kNull);
     unsigned int seed = seedOf(seedText);
     OFLOG_DEBUG(logger, kxmap::kLocalSeed << std::to_string(seed)); // in no locale
@@ -158,15 +158,10 @@ Value* rnd_getValue(MappingSession& session, std::list<Expression*>& params)
 // dicomAge(date, since): the age at the date of who was born on the other, in the form of a DICOM age (PS3.5, AS).
 Value* dicomAge_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    Value* date = args.GetAt();
-    if (date == nullptr) return nullptr;
-    args.Next();
-    Value* since = args.GetAt();
-    if (since == nullptr) return nullptr;
-    const QVDate dateRead(textOf(date));
-    const QVDate sinceRead(textOf(since));
-    if (!dateRead.isValid() || !sinceRead.isValid()) return nullptr;
-    const std::string age = dateRead.ageSince(sinceRead);
+    Arguments arguments(session, params);
+    Operand date = arguments.next();
+    if (date.isNull()) return nullptr;
+    Operand since = arguments.next();
+    const std::string age = QVDate(date.text()).ageSince(QVDate(since.text())); // empty where one is no date
     return age.empty() ? nullptr : new StringValue(age.c_str());
 }

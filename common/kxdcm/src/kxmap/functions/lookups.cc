@@ -10,7 +10,6 @@
 
 using kxmap::Arguments;
 using kxmap::Operand;
-using kxmap::textOf;
 
 namespace {
 
@@ -50,10 +49,10 @@ Value* empty_getValue(MappingSession& session, std::list<Expression*>& params)
 {
     if (params.size() == 1) return Arguments(session, params).nextValue();
     if (kxmap::isPlainTag(params)) return valueOf(kxmap::findPlainTag(session, params));
-    SArgs args(session, params);
-    const char* group = textOf(args.GetAt());
-    args.Next();
-    return valueOf(kxmap::findTag(session, group, textOf(args.GetAt())));
+    Arguments arguments(session, params);
+    Operand group = arguments.next();
+    Operand element = arguments.next();
+    return valueOf(kxmap::findTag(session, group.text(), element.text()));
 }
 
 // $(name): the temporary variable's text; "@" in front reads those that outlive a mapping.
@@ -72,12 +71,12 @@ Value* user_getValue(MappingSession& session, std::list<Expression*>& params)
 // that is NULL or does not scan makes the result NULL.
 Value* seq_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
     std::list<int> path;
     bool isPath = params.size() % 3 == 2;
-    for (std::size_t i = 0; i < params.size(); ++i, args.Next()) {
+    for (Arguments arguments(session, params); !arguments.isAtEnd();) {
+        Operand operand = arguments.next();
         int piece = 0;
-        isPath = readPiece(textOf(args.GetAt()), i, piece) && isPath;
+        isPath = readPiece(operand.text(), path.size(), piece) && isPath;
         path.push_back(piece);
     }
     if (!isPath) return nullptr;

@@ -1,11 +1,21 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Operands that are read where they stand: no evaluation writes to the dataset, so they stay what they are.
+// How an argument is evaluated. No evaluation writes to the dataset, so the text of an element may be borrowed.
 #include "kxmap/functions/operands.h"
 
 #include "kxmap/core/elements.h"
 #include "kxmap/functions/tagreference.h"
 
 #include <tuple>
+
+namespace {
+
+/// @return the value's own text; null for NULL and for a value without text.
+const char* textOf(Value* value)
+{
+    return value == nullptr ? nullptr : value->getString();
+}
+
+} // namespace
 
 kxmap::Operand::Operand(MappingSession& session, Expression& node) : value_(nullptr)
 {

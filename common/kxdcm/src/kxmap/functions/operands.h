@@ -10,14 +10,8 @@
 
 namespace kxmap {
 
-/// @return the value's own text; null for NULL and for a value without text.
-inline const char* textOf(Value* value)
-{
-    return value == nullptr ? nullptr : value->getString();
-}
-
-/// One evaluated argument. Literals and elements, which most arguments are, are read where they stand: a value is made
-/// of them only when it is handed on.
+/// One evaluated argument. Most arguments are literals and elements, and their texts are read from where they are: a value
+/// is made of them only when it is handed on.
 class Operand {
 public:
     /// NULL.
@@ -41,8 +35,8 @@ private:
     ValueRef value_;
 };
 
-/// Goes through the arguments of a call once, for evaluators that let go of each when they are done with it. SArgs is for
-/// those that need every argument as a value.
+/// Goes through the arguments of a call once, and evaluates one when it is asked for. All built-ins read theirs by it;
+/// SArgs of kxmap.h, which makes and holds a value of each, is for other code that is called as an evaluator.
 class Arguments {
 public:
     Arguments(MappingSession& session, std::list<Expression*>& params)

@@ -15,7 +15,6 @@
 
 using kxmap::Arguments;
 using kxmap::Operand;
-using kxmap::textOf;
 
 namespace {
 
@@ -90,30 +89,30 @@ Value* indexof_getValue(MappingSession& session, std::list<Expression*>& params)
 // text. A text without bytes to give is NULL, a start without text is unreadable.
 Value* substr_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    Value* value = args.GetAt();
-    if (value == nullptr) return nullptr;
-    args.Next();
+    Arguments arguments(session, params);
+    Operand value = arguments.next();
+    if (value.isNull()) return nullptr;
 
-    const auto readNumber = [](Value* operand, int& number) {
+    const auto isBad = [](Operand& operand, int& number) { // NULL leaves the number, and is good
+        if (operand.isNull()) return false;
         number = -1;
-        if (const char* text = textOf(operand)) kxmap::readInt(text, number);
-        return number >= 0;
+        if (const char* text = operand.text()) kxmap::readInt(text, number);
+        return number < 0;
     };
+    Operand startOperand = arguments.next();
     int start = 0;
-    if (Value* operand = args.GetAt(); operand != nullptr && !readNumber(operand, start)) return nullptr;
-    args.Next();
+    if (isBad(startOperand, start)) return nullptr;
+    Operand lengthOperand = arguments.next();
     int length = 0;
-    Value* lengthOperand = args.GetAt();
-    if (lengthOperand != nullptr && !readNumber(lengthOperand, length)) return nullptr;
+    if (isBad(lengthOperand, length)) return nullptr;
 
-    const char* text = textOf(value);
+    const char* text = value.text();
     if (text == nullptr) return nullptr;
     const std::size_t bytes = std::strlen(text);
     const auto from = static_cast<std::size_t>(start);
     if (from > bytes) return nullptr;
     const std::size_t rest = bytes - from;
-    const std::size_t wanted = lengthOperand == nullptr ? rest : static_cast<std::size_t>(length);
+    const std::size_t wanted = lengthOperand.isNull() ? rest : static_cast<std::size_t>(length);
     return new StringValue(std::string(text + from, std::min(rest, wanted)).c_str());
 }
 
@@ -134,21 +133,19 @@ Value* toLower_getValue(MappingSession& session, std::list<Expression*>& params)
 // occurs.
 Value* split_getValue(MappingSession& session, std::list<Expression*>& params)
 {
-    SArgs args(session, params);
-    Value* value = args.GetAt();
-    if (value == nullptr) return nullptr;
-    args.Next();
-    Value* separatorOperand = args.GetAt();
-    if (separatorOperand == nullptr) return nullptr;
-    args.Next();
-    Value* fieldOperand = args.GetAt();
-    if (fieldOperand == nullptr) return nullptr;
+    Arguments arguments(session, params);
+    Operand value = arguments.next();
+    if (value.isNull()) return nullptr;
+    Operand separatorOperand = arguments.next();
+    if (separatorOperand.isNull()) return nullptr;
+    Operand fieldOperand = arguments.next();
+    if (fieldOperand.isNull()) return nullptr;
 
-    const char* separatorText = textOf(separatorOperand);
+    const char* separatorText = separatorOperand.text();
     const char separator = separatorText == nullptr ? '\0' : *separatorText;
     int n = 0;
-    if (const char* text = textOf(fieldOperand)) kxmap::readInt(text, n);
-    const char* rest = textOf(value);
+    if (const char* text = fieldOperand.text()) kxmap::readInt(text, n);
+    const char* rest = value.text();
     if (rest == nullptr || n == 0 || (n > 1 && separator == '\0')) return nullptr;
 
     for (int i = 1; i < n; ++i) {
