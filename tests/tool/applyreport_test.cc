@@ -76,7 +76,7 @@ TEST_F(ToolApplyReport, goesIntoPipesAndDevices)
 {
     const ToolRun full = report("/dev/full");
     EXPECT_EQ(full.exitCode, 2);
-    EXPECT_EQ(full.errors, "kxmap: /dev/full: No space left on device: the report ends before its end\n"
+    EXPECT_EQ(full.errors, "kxmap: /dev/full: No space left on device: the report is incomplete\n"
                            "kxmap: 1 of 1 files done (0 failed)\n");
     EXPECT_EQ(value("out.dcm", DCM_PatientName), "changed");
     EXPECT_EQ(report("/dev/null").exitCode, 0);
@@ -116,7 +116,7 @@ TEST_F(ToolApplyReport, namesChangesAsTryDoes)
 TEST_F(ToolApplyReport, failuresAreToldWhereMessagesCannotBeKept)
 {
     const ToolRun result = run("apply --single name.map -o out.dcm ct.dcm 2>&1) | cat", "(ulimit -f 0;");
-    EXPECT_EQ(result.output, "kxmap: ct.dcm: failed; why could not be kept (see \"ulimit -f\")\n");
+    EXPECT_EQ(result.output, "kxmap: ct.dcm: failed; the reason could not be stored (see \"ulimit -f\")\n");
 }
 
 #endif

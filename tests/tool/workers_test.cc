@@ -120,7 +120,7 @@ TEST_F(ToolWorkers, outputThatFailsIsTold)
     const ToolRun full =
         runTool(dir.path(), "apply --single name.map --dry-run --report r.jsonl in >/dev/null)", "(ulimit -f 8;");
     EXPECT_EQ(full.exitCode, 2);
-    EXPECT_EQ(full.errors, "kxmap: r.jsonl: File too large: the report ends before its end\n"
+    EXPECT_EQ(full.errors, "kxmap: r.jsonl: File too large: the report is incomplete\n"
                            "kxmap: 60 of 60 files done (0 failed)\n");
     EXPECT_THAT(contentOf(dir.path() / "r.jsonl"), EndsWith("}\n"));
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// This process finds the files and says what became of them; the work is done by workers that are forked when dictionary
-// and rules are loaded.
+// This process finds the files and reports the outcomes. Workers, forked after dictionary and rules are loaded, process the
+// files.
 #include "tool/apply/applyrun.h"
 
 #include "tool/console/exitcodes.h"
@@ -32,7 +32,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-/// All that one run knows.
+/// One run and its state.
 class Run {
 public:
     explicit Run(const ApplyOptions& options) : options_(options)
@@ -58,12 +58,12 @@ public:
         for (const std::string& line : earlyLines_) addToReport(line);
         WorkerPool pool(tasks_.size(), options_.workers, *interruption_, callbacks());
         pool.run();
-        if (const int signalNumber = interruption_->heed(); signalNumber != 0) endBySignal(signalNumber, pool);
+        if (const int signalNumber = interruption_->readSignals(); signalNumber != 0) endBySignal(signalNumber, pool);
         return sumUp(pool);
     }
 
 private:
-    // What leaves without a name has it in the sequence nevertheless.
+    // The sequence would still hold the name that the outbound rules remove.
     void warnOfKeptIdentity() const
     {
         const bool isSent = options_.rules.isOutbound || options_.rules.singleFile.ends_with(".out.map");
@@ -124,7 +124,7 @@ private:
         dealWithLeftovers();
     }
 
-    // They hold what patients' files held, and nothing else would ever remove them.
+    // They hold patients' data, and nothing else removes them.
     void dealWithLeftovers() const
     {
         std::set<fs::path> folders;
@@ -211,12 +211,12 @@ private:
         if (!outcome.output.empty() && outputFailure_ == 0) {
             progress_->clear();
             outputFailure_ = interruption_->write(STDOUT_FILENO, outcome.output);
-            // What nobody reads any more need not be found out; but files that are to be changed are changed.
+            // A dry run without readers can end; files that are to be changed are still changed.
             if (outputFailure_ == EPIPE && options_.files.isDryRun && !report_) interruption_->end(SIGPIPE);
         }
         say(outcome.errors);
         if (!outcome.isGood && outcome.errors.empty()) // a worker keeps its messages in a file in memory
-            say(fmt::format("kxmap: {}: failed; why could not be kept (see \"ulimit -f\")\n",
+            say(fmt::format("kxmap: {}: failed; the reason could not be stored (see \"ulimit -f\")\n",
                             printable(tasks_[task].input->file.native())));
         if (!outcome.report.empty()) addToReport(outcome.report);
     }
@@ -235,7 +235,7 @@ private:
 
     void write(std::string_view bytes)
     {
-        std::ignore = interruption_->write(STDERR_FILENO, bytes); // there is nowhere left to say why not
+        std::ignore = interruption_->write(STDERR_FILENO, bytes); // a failure cannot be reported anywhere
     }
 
     std::string stateOf(const WorkerPool& pool) const

@@ -27,7 +27,7 @@ struct ApplyOptions {
 };
 
 /// Applies the rules, and says what became of the files.
-/// @param options completed by what they leave open.
+/// @param options those that were not given are filled in.
 /// @return the exit code. A run that is interrupted ends this process by the signal.
 int runApply(ApplyOptions& options);
 

@@ -1,13 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Results take their places in batches. Those that are to be on the disk wait for many others, so that it writes them
-// all at once; otherwise what a moment brings is one, since to wake the parent for each would take longer than a small
-// file does. Until its batch is complete, a file is the old one.
+// Results replace their files in batches. With --fsync a batch has many files, so that the disk writes them together;
+// otherwise it has the files of a short time, since to wake the parent for each takes longer than a small file does. Until
+// its batch is complete, a file is the old one.
 #include "tool/apply/applyworker.h"
 
 #include "tool/console/output.h"
 #include "tool/dicom/dicomfile.h"
-#include "tool/rules/messagetap.h"
 #include "tool/record/report.h"
+#include "tool/rules/messagetap.h"
 #include "tool/rules/ruleoptions.h"
 #include "tool/system/sink.h"
 
@@ -25,11 +25,11 @@ namespace {
 
 using Clock = std::chrono::steady_clock;
 
-constexpr std::chrono::milliseconds kMoment(20); // nobody sees the progress in smaller steps
-constexpr std::size_t kManyFiles = 4;            // from which on a file system is synchronised faster than they are
-constexpr std::uintmax_t kBatchBytes = 64U * 1024 * 1024; // large files wait for no others: their batch takes room
+constexpr std::chrono::milliseconds kBatchTime(20);       // shorter steps of the progress cannot be seen
+constexpr std::size_t kManyFiles = 4;                     // for as many, synchronising the file system is faster
+constexpr std::uintmax_t kBatchBytes = 64U * 1024 * 1024; // until they are in place, results need disk space twice
 
-// A file of a batch stays open until it is in its place, and so does what it was made from.
+// A result of a batch and its input stay open until the result is in its place.
 std::size_t batchFiles()
 {
     constexpr rlim_t kOtherDescriptors = 16;
@@ -73,7 +73,7 @@ bool FileWorker::isBatchComplete() const
 {
     static const std::size_t most = batchFiles();
     if (pending_.size() >= most || pendingBytes_ >= kBatchBytes) return true;
-    return !options_.isDurable && Clock::now() - batchBegin_ >= kMoment;
+    return !options_.isDurable && Clock::now() - batchBegin_ >= kBatchTime;
 }
 
 void FileWorker::process(std::size_t number)
@@ -107,7 +107,7 @@ void FileWorker::applyAndWrite(const FileTask& task, Pending& pending)
     std::optional<Recording> recording;
     if (options_.needsRecording()) applySingly(task, session, recording.emplace());
     else applyAtOnce(task, session, pending);
-    if (recording) warnOfDropped(name, file.settle()); // what is shown is what is written
+    if (recording) warnOfDropped(name, file.settle()); // so that exactly what is written is shown
     if (options_.isDryRun) pending.outcome.output = changeLines(name, *recording, file.dataset());
     if (options_.printsUserFields) pending.outcome.output += userFieldLines(name, session.customFields);
     write(task, file, pending);
@@ -134,14 +134,14 @@ void FileWorker::write(const FileTask& task, DicomFile& file, Pending& pending)
     pending.replacement = std::make_unique<Replacement>(task.place, task.input->file);
     warnOfDropped(task.input->file, file.writeTo(*pending.replacement));
     pendingBytes_ += pending.replacement->size();
-    if (options_.isDurable) pending.replacement->beginSync(); // while the next ones are worked on
+    if (options_.isDurable) pending.replacement->beginSync(); // goes on while the next files are processed
     if (const std::vector<std::string>& lost = pending.replacement->lost(); !lost.empty())
         reportWarning(fmt::format("{}: cannot keep its {}", printable(task.place.native()), fmt::join(lost, ", ")));
 }
 
 void FileWorker::applyAtOnce(const FileTask& task, MappingSession& session, Pending& pending)
 {
-    // In debugging, the module's own lines show more, each message among them.
+    // With --debug the module's own lines have all messages and more.
     std::optional<LogTap> tap;
     if (verbosity() != Verbosity::Debug) tap.emplace();
     if (tap) pending.outcome.errors += queue_.takeErrors();
@@ -177,7 +177,7 @@ void FileWorker::finish()
     if (options_.isDurable) syncAll();
     requireInputsUnchanged();
     {
-        const SignalsHeld held; // what is in its place is also told
+        const SignalsHeld held; // a file that was replaced must also be reported
         for (const Pending& pending : pending_) {
             if (pending.replacement) queue_.prepare(pending.task, pending.outcome, pending.replacement->mark());
         }
@@ -231,7 +231,7 @@ void FileWorker::putInPlace(Pending& pending)
 {
     if (!pending.replacement) return;
     try {
-        if (pending.input) pending.input->requireUnchanged(); // to tell the parent may have taken long
+        if (pending.input) pending.input->requireUnchanged(); // sending to the parent may have taken long
         pending.replacement->commit();
     } catch (const FileError& error) {
         fail(pending, error.what());

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// kxmap eval: what one expression comes to, in a file or in nothing.
+// kxmap eval: the value of one expression, with a file or without one.
 #include "tool/commands/commands.h"
 #include "tool/console/exitcodes.h"
 #include "tool/console/output.h"

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// kxmap functions: the reference of the language, from the file that the manual's page is made from. It is in the program
-// itself, so that it always speaks of the engine at hand.
+// kxmap functions: the reference of the language, from the file that the manual's page is made from. It is part of the
+// program, so that it always describes the engine of this version.
 #include "tool/commands/commands.h"
 #include "tool/console/exitcodes.h"
 #include "tool/console/output.h"

@@ -38,7 +38,7 @@ struct TryOptions {
     std::vector<std::string> inputs;
 };
 
-/// Goes through the files; what was found is in its exit code.
+/// Processes the files and keeps the exit code.
 class Trial {
 public:
     Trial(const TryOptions& options, const ConsequenceSwitches& wanted)

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Messages, results, and the loggers below them.
+// Messages, results, and the loggers of the libraries.
 #include "tool/console/output.h"
 
 #include "tool/console/utf8.h"
@@ -33,7 +33,7 @@ void setVerbosity(Verbosity verbosity)
         break;
     case Verbosity::Verbose:
         OFLog::configure(OFLogger::INFO_LOG_LEVEL);
-        // It warns at every file that the file meta information is kept, which is what we ask for.
+        // It warns for every file that the file meta information is kept, which is intended.
         OFLog::getLogger("dcmtk.dcmdata").setLogLevel(OFLogger::ERROR_LOG_LEVEL);
         break;
     case Verbosity::Debug:
@@ -57,7 +57,7 @@ void reportError(std::string_view text)
         begin = end + 1;
     }
     shown.insert(0, "kxmap: ");
-    std::fwrite(shown.data(), 1, shown.size(), stderr); // no exception where it is closed
+    std::fwrite(shown.data(), 1, shown.size(), stderr); // fmt::print would throw where it is closed
 }
 
 void reportWarning(std::string_view text)
@@ -72,7 +72,7 @@ void reportNote(std::string_view text)
 
 void printLine(std::string_view text)
 {
-    // Not fmt::print, which throws when the reader has gone: main looks at the stream's state once, at the end.
+    // Not fmt::print, which throws when the reader is gone: the stream's state is checked once, at the end.
     std::fwrite(text.data(), 1, text.size(), stdout);
     std::fputc('\n', stdout);
 }
@@ -83,7 +83,7 @@ std::string printable(std::string_view text)
     while (!text.empty()) {
         const auto byte = static_cast<unsigned char>(text.front());
         const std::size_t size = std::max<std::size_t>(1, utf8SizeAt(text));
-        // Behind 0xC2, U+0080 to U+009F; alone, the same for a terminal of single bytes.
+        // U+0080 to U+009F: in UTF-8 behind 0xC2, in 8-bit character sets a single byte.
         const bool isC1 =
             size == 1 ? byte >= 0x80 && byte < 0xA0 : byte == 0xC2 && static_cast<unsigned char>(text[1]) < 0xA0;
         if (byte < ' ' || byte == 0x7F || isC1) {

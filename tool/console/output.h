@@ -41,7 +41,7 @@ void reportNote(std::string_view text);
 void printLine(std::string_view text);
 
 /// @return the text with its control characters as \xNN, those of the C1 set (U+0080 to U+009F, or their single bytes) among
-///         them, so that a value can neither break a line nor steer a terminal. Other bytes stay, also where they are no
+///         them, so that a value cannot break a line or control a terminal. Other bytes stay, also where they are not
 ///         UTF-8.
 std::string printable(std::string_view text);
 

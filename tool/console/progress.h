@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// How far a long run is: a bar that stays at the bottom of a terminal, or a plain line now and then.
+// The progress of a long run: a bar at the bottom of a terminal, or a line at intervals.
 #pragma once
 
 #include <chrono>
@@ -27,13 +27,13 @@ public:
     /// @return a bar where standard error is a terminal that can move its cursor, else lines.
     static Style styleOfStandardError();
 
-    /// Shows the state when it is time to.
+    /// Shows the state when the interval is over.
     void update(std::size_t done, std::size_t failed);
 
-    /// Takes a bar off the terminal, before something else is written there; update() brings it back.
+    /// Removes a bar from the terminal before something else is written there; update() shows it again.
     void clear();
 
-    /// Says what the run came to.
+    /// Says how many files were done and failed, and how long it took.
     void finish(std::size_t done, std::size_t failed);
 
 private:
@@ -49,7 +49,7 @@ private:
     std::size_t total_;
     Write write_;
     Clock::time_point begin_ = Clock::now();
-    Clock::time_point next_; // when it is time to show the state
+    Clock::time_point next_; // when the state is to be shown
     bool isDrawn_ = false;
 };
 

@@ -21,7 +21,7 @@ namespace {
 constexpr std::size_t kGap = 2;       // blanks between columns
 constexpr std::size_t kMostLines = 6; // of one text that wraps; then "..."
 
-// Where a line may end well: behind blanks and what parts names, values and paths, and inside of compounds.
+// Where a line is best broken: behind blanks and behind what separates names, values and paths.
 bool mayBreakBetween(char before, char after)
 {
     const auto isIn = [](char c, char first, char last) { return c >= first && c <= last; };
@@ -29,7 +29,7 @@ bool mayBreakBetween(char before, char after)
            (isIn(before, 'a', 'z') && isIn(after, 'A', 'Z'));
 }
 
-// Breaks a text into lines of at most `width` columns: where that looks well, else anywhere between characters.
+// Breaks a text into lines of at most `width` columns: at the best places, else anywhere between characters.
 std::vector<std::string_view> wrapped(std::string_view text, std::size_t width)
 {
     std::vector<std::string_view> lines;
@@ -142,7 +142,7 @@ std::string shownUtf8(std::string_view text)
 std::string shownQuoted(std::string_view text)
 {
     constexpr std::size_t kShown = 60;    // columns
-    constexpr std::size_t kEnough = 1000; // bytes that fill them in any case
+    constexpr std::size_t kEnough = 1000; // bytes, enough for as many columns
     std::string shown = shownUtf8(text.substr(0, kEnough));
     if (displayWidth(shown) <= kShown) return '"' + shown + '"';
     while (displayWidth(shown) > kShown - 3) {
@@ -172,7 +172,7 @@ void Table::addRow(std::vector<Cell> cells)
     rows_.push_back(std::move(cells));
 }
 
-// Every column as wide as its widest text; when that is too much, the widest of those that wrap give way first.
+// Every column is as wide as its widest text; where that is too much, the widest of those that may wrap get narrower first.
 std::vector<std::size_t> Table::widthsFor(std::size_t room) const
 {
     std::vector<std::size_t> widths;
@@ -191,8 +191,8 @@ std::vector<std::size_t> Table::widthsFor(std::size_t room) const
                 (widest == widths.size() || widths[column] > widths[widest]))
                 widest = column;
         }
-        if (widest == widths.size()) return widths; // narrower is not readable
-        // Down to the next one in width, or by what is too much.
+        if (widest == widths.size()) return widths; // no column may get narrower
+        // To the width of the next widest, or by the excess.
         std::size_t next = columns_[widest].least;
         for (std::size_t column = 0; column < widths.size(); ++column) {
             if (columns_[column].mayWrap && widths[column] < widths[widest]) next = std::max(next, widths[column]);
@@ -212,7 +212,7 @@ void Table::appendRow(const std::vector<Cell>& row, const std::vector<std::size_
         height = std::max(height, lines.back().size());
     }
     for (std::size_t line = 0; line < height; ++line) {
-        std::size_t pending = indent; // blanks, written when something follows them
+        std::size_t pending = indent; // blanks, written only before other characters
         for (std::size_t column = 0; column < row.size(); ++column) {
             const std::string_view text = line < lines[column].size() ? lines[column][line] : std::string_view();
             const std::size_t width = displayWidth(text);
@@ -229,7 +229,7 @@ void Table::appendRow(const std::vector<Cell>& row, const std::vector<std::size_
     }
 }
 
-// Each text on lines of its own behind its column's head: what is left where the columns do not fit side by side.
+// Each text on lines of its own behind its column's head, for widths in which the columns do not fit side by side.
 void Table::appendRecord(const std::vector<Cell>& row, std::size_t room, bool isColored, std::size_t indent,
                          std::string& out) const
 {
@@ -257,7 +257,8 @@ std::string Table::text(std::size_t width, bool isColored, std::size_t indent) c
     std::string out;
     if (room > 0 && totalOf(widths) > room) {
         for (const auto& row : rows_) {
-            if (!out.empty() && !row.front().text.empty()) out += '\n'; // not before what belongs to the row above
+            if (!out.empty() && !row.front().text.empty())
+                out += '\n'; // a row without a first text belongs to the row above
             appendRecord(row, room, isColored, indent, out);
         }
         return out;

@@ -50,16 +50,14 @@ public:
     struct Column {
         std::string head;
         bool isNumber = false; ///< aligned to the right, never broken
-        bool mayWrap = false;  ///< gives way when the table is too wide: its texts go on in the next line
-        std::size_t least = 8; ///< the columns that it keeps even so
+        bool mayWrap = false;  ///< gets narrower when the table is too wide: its texts continue in the next line
+        std::size_t least = 8; ///< its width is never below this
     };
 
     explicit Table(std::vector<Column> columns);
 
     /// @param cells one for each column; fewer leave the last ones empty.
     void addRow(std::vector<Cell> cells);
-
-    bool isEmpty() const { return rows_.empty(); }
 
     /// @param width the columns there are; 0 for no limit: every row is one line. Where the columns do not fit even so, the
     ///        texts of a row stand below each other, each behind its column's head.

@@ -34,13 +34,13 @@ constexpr Uint16 kFirstDataGroup = 0x0008; // lower groups belong to messages, f
 constexpr std::uintmax_t kMaxBytesInMemory = std::uintmax_t(4) * 1024 * 1024 * 1024;
 
 /// What a deflated dataset may grow to: this much, or so many times its file. Images deflate to a quarter at the least;
-/// a few bytes that become gigabytes are there to do harm.
+/// a small file that grows to gigabytes is an attack.
 constexpr std::uintmax_t kMaxInflatedBytes = std::uintmax_t(64) * 1024 * 1024;
 constexpr std::uintmax_t kMaxInflation = 100;
 
 constexpr std::uintmax_t kNoLimit = std::numeric_limits<std::int64_t>::max();
 
-// DCMTK keeps an element's length field and its error to itself and its descendants.
+// An element's length field and error are accessible to DCMTK's derived classes only.
 struct Inside : DcmObject {
     static bool hasUndefinedLength(const DcmObject& object)
     {
@@ -75,8 +75,8 @@ std::string uidOf(DcmItem& item, const DcmTagKey& tag)
     return std::string(uid.c_str(), uid.length());
 }
 
-// Says whether the file has file meta information, after its preamble or without one. DCMTK makes one up where there is
-// none, so it cannot be asked.
+// Says whether the file has file meta information, after its preamble or without one. DCMTK creates it where there is
+// none, so its own object does not tell.
 bool hasMetaInformation(std::string_view head)
 {
     if (head.size() >= kPreambleBytes + 4 && head.substr(kPreambleBytes, 4) == "DICM") return true;
@@ -151,7 +151,7 @@ void DicomFile::load(Extent extent)
     requireLoaded(loadWhole());
 }
 
-// Where this is not sure to have found the border, the file is loaded as a whole: slower, and always right.
+// Where the border is not found with certainty, the file is loaded as a whole, which is slower and always right.
 bool DicomFile::loadHeader()
 {
     FileProducer producer(input_, 0);
@@ -216,7 +216,7 @@ OFCondition DicomFile::loadWhole()
     }
     if (stream.isOverLimit() && isDeflated(dataset().getOriginalXfer()))
         throw FileError(input_.path(), fmt::format("inflates to more than {} bytes", limit));
-    // What can be read has one fault: it ends too early. DCMTK has several words for that.
+    // The one fault of a readable file is that it ends too early, for which DCMTK has several conditions.
     return loaded == EC_InvalidStream ? EC_StreamNotifyClient : loaded;
 }
 
@@ -287,7 +287,7 @@ std::vector<DcmTagKey> DicomFile::writeTo(Sink& sink)
     return dropped;
 }
 
-// DCMTK ends well, now and then, where an element does not.
+// DCMTK sometimes reports success for the dataset though an element has an error.
 void DicomFile::requireNoErrors(const std::filesystem::path& target)
 {
     for (DcmObject* object = nullptr; (object = dataset().nextInContainer(object)) != nullptr;) {
@@ -297,7 +297,7 @@ void DicomFile::requireNoErrors(const std::filesystem::path& target)
     }
 }
 
-// DCMTK's own count, taken before anything is written: a value that gets lost on the way makes a difference. It has none
+// DCMTK's own count, taken before anything is written: it differs when a value was lost while writing. It has none
 // for what is deflated.
 std::optional<std::uintmax_t> DicomFile::expectedBytes()
 {
@@ -329,7 +329,7 @@ void DicomFile::updateMetaInformation()
     DcmMetaInfo& meta = *format_->getMetaInfo();
     for (const TwinUid& uid : uids_) {
         const std::string now = uidOf(dataset(), uid.tag);
-        // The file meta information cannot do without: a deleted one stays. An earlier save may have put another there.
+        // The file meta information must have it: a deleted one stays. An earlier save may have put another there.
         const bool isAsRead = now == uid.inDataset || now.empty();
         const std::string& wanted = isAsRead ? uid.inMeta : now;
         if (wanted == uidOf(meta, uid.metaTag)) continue;

@@ -44,19 +44,19 @@ public:
     /// @return the dataset, this object's: without what was left in the file for Extent::Header, as far as possible.
     DcmDataset& dataset() { return *format_->getDataset(); }
 
-    /// @return whether the file, sound as it is, may have lost its end: it describes pixels, and has none.
+    /// @return whether the file, though readable, may be incomplete: it describes pixels and has no pixel data.
     bool seemsCut();
 
     /// Does to the dataset, after the rules, what saving it takes: groups that are no part of a dataset go, group lengths
     /// that are there are computed anew, and the file meta information follows a changed SOP Class or Instance UID.
-    /// Nothing is left to do the second time.
+    /// A second call changes nothing.
     /// @return the elements that went. @throws FileError
     std::vector<DcmTagKey> settle();
 
     /// Settles the dataset, and writes the file in its own transfer syntax. Its file meta information is kept, but for the
     /// SOP Class and SOP Instance UID of a dataset in which those were changed.
     /// @return the elements that went; none when settle() was called before.
-    /// @throws FileError for what is not written; what the sink holds is then of no use.
+    /// @throws FileError for what is not written; the content of the sink must not be used then.
     std::vector<DcmTagKey> writeTo(Sink& sink);
 
     const std::filesystem::path& path() const { return input_.path(); }

@@ -17,24 +17,24 @@ DcmElement* elementOf(DcmItem* item, const DcmTagKey& key);
 /// @param element null for none. @return a copy; null for none.
 std::unique_ptr<DcmElement> copyOf(DcmElement* element);
 
-/// @return the element's text, numbers included; what is neither, in words: "<4 bytes>", "<2 items>", and of
+/// @return the element's text, also for numbers; for others a description: "<4 bytes>", "<2 items>", and of
 ///         encapsulated pixel data "<3 fragments>".
 std::string shownText(DcmElement& element);
 
 /// @param element null for none.
-/// @return the element as a reader finds it in a file of that transfer syntax, where padding is no part of a text; null
-///         for none. What holds bytes, and what cannot be written, is copied as it is.
+/// @return the element as it is read from a file of that transfer syntax, without the padding of texts; null for none.
+///         Elements of bytes, and those that cannot be written, are copied as they are.
 std::unique_ptr<DcmElement> readBack(DcmElement* element, E_TransferSyntax syntax);
 
-/// @return whether rules see the element's text, be it empty: they see none in numbers, bytes, tags and sequences.
+/// @return whether rules see the element's text, which may be empty. They see none in numbers, bytes, tags and sequences.
 bool hasText(DcmElement& element);
 
 /// @return the standard's name of the element's VR.
 std::string vrOf(const DcmElement& element);
 
 /// Compares two elements to the byte, but for trailing padding: VR and value, and all that sequences hold. DCMTK's own
-/// `compare` lets leading blanks, and texts of one length, pass for the same.
-/// @param a null where there is none; and so is b.
+/// `compare` takes some different texts for equal: those with leading blanks, and those of one length.
+/// @param a and b null for an absent element.
 bool isSameElement(DcmElement* a, DcmElement* b);
 
 } // namespace kxtool

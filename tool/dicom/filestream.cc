@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Small files are one piece, so that they cost one call to the system.
+// Small files are one piece, so that one system call reads them.
 #include "tool/dicom/filestream.h"
 
 #include "tool/system/inputfile.h"

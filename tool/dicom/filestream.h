@@ -1,6 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// DCMTK's input stream over a file that is open already: nothing is opened a second time, and what the system refuses
-// is remembered.
+// DCMTK's input stream for a file that is already open. Errors of the system are kept.
 #pragma once
 
 #include <dcmtk/config/osconfig.h>
@@ -16,7 +15,7 @@ namespace kxtool {
 
 class InputFile;
 
-/// Hands out a file's bytes from a place on. It reads them in pieces, but large values at once.
+/// Gives a file's bytes from a position on. It reads them in pieces, and large values at once.
 class FileProducer : public DcmProducer {
 public:
     /// @param file stays open while this object lives.
@@ -33,7 +32,7 @@ public:
     /// Reads ahead. @return the bytes at the present place, as many as a piece has; fewer at the file's end.
     std::string_view peek();
 
-    /// @return all bytes of the file, when they are one piece that is read; the producer is then of no further use.
+    /// @return all bytes of the file, when they are one piece that is read; the producer must not be used any more.
     std::unique_ptr<char[]> takeWholeFile();
 
     /// @return 0, or the system's error number for what could not be read.

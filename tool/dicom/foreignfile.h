@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What lies beside the images of a CD or an export: texts, viewers, and the index of them all.
+// Files that are not DICOM images, as on a CD or in an export: texts, programs, and the DICOMDIR.
 #pragma once
 
 #include <filesystem>

@@ -93,7 +93,7 @@ private:
         if (name.native().starts_with(kTemporaryPrefix)) return;
         const fs::file_status status = entry.status(failure);
         if (status.type() == fs::file_type::none) {
-            onFailure_(entry.path(), FileError(entry.path(), failure.message())); // it may be a file to work on
+            onFailure_(entry.path(), FileError(entry.path(), failure.message())); // it may be one of the inputs
         } else if (fs::is_directory(status) && !entry.is_symlink(failure)) {
             if (selection_.except.empty() || !fs::equivalent(entry.path(), selection_.except, failure))
                 addFolder(entry.path(), relative / name);
@@ -114,7 +114,7 @@ private:
     std::size_t skipped_ = 0;
 };
 
-// As an editor of another system ends all its lines, and a "find" none.
+// Editors of other systems end all lines so; in the output of "find" the byte belongs to a name.
 bool hasDosLines(std::string_view content)
 {
     std::size_t feed = content.find('\n');
@@ -242,7 +242,7 @@ std::vector<std::filesystem::path> OutputPlan::makeFolders(const std::filesystem
     return made;
 }
 
-// What a name leads to: the file itself where it has no other entry in a folder, else the entry.
+// The key of a name: the device and number of its file where this has one name only, else the name's entry in its folder.
 std::string OutputPlan::keyOf(const std::filesystem::path& path)
 {
     struct stat status = {};
@@ -251,7 +251,7 @@ std::string OutputPlan::keyOf(const std::filesystem::path& path)
     return entryOf(path);
 }
 
-// An entry by its folder, whichever way that is reached; the folder by its own entry where it does not exist yet.
+// The key of an entry: the key of its folder and its name. A folder that does not exist yet is itself an entry.
 std::string OutputPlan::entryOf(const std::filesystem::path& path)
 {
     std::error_code failure;

@@ -27,42 +27,41 @@ struct Selection {
     bool skipsForeign = false;      ///< what is no DICOM file, and DICOMDIRs; how many is said
 };
 
-/// Of the option --skip-foreign.
+/// The help of the option --skip-foreign.
 inline constexpr const char* kSkipForeignHelp =
     "Leave out what lies in folders and is no DICOM file, or a DICOMDIR; damaged files still fail";
 
-/// Told of a name that cannot be read, and why.
+/// Called for a name that cannot be read, with the reason.
 using InputFailure = std::function<void(const std::filesystem::path& name, const FileError&)>;
 
-/// Expands files and folders in the order given; what a folder holds follows in the order of the names' bytes, folders
-/// below it included. Links to files are followed, links to folders only where they are named themselves, so no loop
+/// Expands files and folders in the order given. The content of a folder, with all folders below it, is in the order of
+/// the names' bytes. Links to files are followed, links to folders only where they are named themselves, so no loop
 /// and nothing outside the folder is walked into. What is neither file nor folder is passed over inside a folder.
-/// @param onFailure then, the others go on.
+/// @param onFailure called for names that cannot be read; the others are still listed.
 std::vector<Input> collectInputs(const std::vector<std::string>& names, const Selection& selection,
                                  const InputFailure& onFailure);
 
-/// The same for the names of a list: a file that is named keeps the path that the list has for it, less what leads up or
-/// to the root.
+/// The same for the names of a list: the relative path of a file is the one in the list, without "/" at its beginning and
+/// without "..".
 std::vector<Input> collectListed(const std::vector<std::string>& names, const Selection& selection,
                                  const InputFailure& onFailure);
 
 /// Reads a list of names: ended by NUL bytes when there is one, else by line feeds, or by carriage return and line feed
-/// where all are. Empty names are none.
+/// where all are. Empty names are left out.
 /// @param file "-" for standard input. @throws FileError
 std::vector<std::string> readNames(const std::string& file);
 
-/// Decides where results go: every place gets one result, and nothing that is read is written by another. Names are
-/// compared by what they lead to, so that links, mounts and folders named twice do not matter: a file is itself under all
-/// its names, but for hard links. These are files of their own, since a result takes the place of one name and leaves the
-/// content to the others; each is read, and replaced, once.
+/// Decides where results go: every place gets one result, and no result replaces another input. Names are compared by the
+/// file that they lead to, so links, mounts and folders that are named twice are recognised. Hard links count as separate
+/// files, since a result replaces one name and the others keep the old content; each is read, and replaced, once.
 class OutputPlan {
 public:
     /// @param output a file for the one input, or a folder, which need not be there yet; empty for each input's own
     ///        place.
     /// @param needsFolder whether `output` may not be a file. It is taken for a folder, too, when it is one or ends in "/".
     /// @param inputs stay as they are while this object lives.
-    /// @throws FileError when a folder is needed and `output` is something else, and when an input is named for its own
-    ///         place and for another: what the latter got would depend on which comes first.
+    /// @throws FileError when a folder is needed and `output` is something else, and when an input is to be replaced and
+    ///         is also the source of another result, which would depend on their order.
     OutputPlan(const std::filesystem::path& output, bool needsFolder, const std::vector<Input>& inputs);
 
     /// @param index among the inputs.
@@ -97,8 +96,8 @@ private:
     std::vector<std::string> keys_; // of the inputs
     std::vector<Placement> placements_;
     std::unordered_map<std::string, std::size_t> sources_; // by key: the first input
-    std::unordered_map<std::string, std::size_t> claims_;  // by key: the input whose result goes there
-    std::unordered_map<std::string, std::string> folders_; // their keys; asking the system is slow
+    std::unordered_map<std::string, std::size_t> claims_;  // by key: the input whose result goes to this place
+    std::unordered_map<std::string, std::string> folders_; // their keys, kept because system calls are slow
     std::filesystem::path lastMade_;
 };
 

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Conversion by DCMTK, and for what its use of the C library's iconv lacks (the Japanese sets) by iconv's own names.
+// Converts by DCMTK; the Japanese character sets, which DCMTK does not convert with the C library's iconv, by the names
+// that iconv has for them.
 #include "tool/record/chartext.h"
 
 #include "tool/console/utf8.h"
@@ -26,7 +27,7 @@ bool isHigh(char byte)
     return (static_cast<unsigned char>(byte) & 0x80U) != 0;
 }
 
-// Half-width katakana stand in the upper half (ISO_IR 13); iconv wants them announced.
+// Half-width katakana are bytes of 0x80 and above (ISO_IR 13); iconv expects an escape sequence before them.
 std::string withAnnouncedKatakana(std::string_view text)
 {
     std::string announced;
@@ -84,7 +85,7 @@ std::optional<std::string> CharacterSet::toUtf8(std::string_view text) const
         return japaneseToUtf8(terms_, text);
     std::string terms = terms_;
     if (terms.starts_with("ISO 2022 IR ") && terms.find('\\') == std::string::npos)
-        terms.replace(0, 12, "ISO_IR "); // a single term has nothing to extend
+        terms.replace(0, 12, "ISO_IR "); // a single term has no code extensions
     DcmSpecificCharacterSet set;
     OFString converted;
     if (set.selectCharacterSet(OFString(terms.data(), terms.size())).bad() ||

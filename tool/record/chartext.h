@@ -48,10 +48,10 @@ private:
     std::string terms_;
 };
 
-/// The character sets in force before and after a recorded run, wherever a rule wrote.
+/// The character sets before and after a recorded run, of the dataset and of the items in which rules wrote.
 class RunCharacterSets {
 public:
-    /// @param recording made with originals. @param dataset as the run left it; must outlive this object.
+    /// @param dataset as the run left it; must outlive this object.
     RunCharacterSets(const Recording& recording, DcmDataset& dataset);
 
     /// Of the dataset itself.

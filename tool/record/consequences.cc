@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The checks, from single values (DICOM PS3.5 section 6.2) to what makes an object the one it is (PS3.3 C.7, C.12.1).
+// The checks: single values (DICOM PS3.5 section 6.2), and the attributes that identify an object (PS3.3 C.7, C.12.1).
 #include "tool/record/consequences.h"
 
 #include "tool/console/switches.h"
@@ -57,7 +57,7 @@ struct Kept {
 
 constexpr const char* kUnreadable = "pixel data may not be read as they were written";
 
-// Short on purpose: rules exist to change attributes, and a patient ID that is another one is what many are for.
+// Few on purpose: rules exist to change attributes, and many are meant to replace the patient ID.
 const Kept kKept[] = {
     {DCM_SOPClassUID, kIdentity, Harm::WhenChanged, "the object's kind is told by it"},
     {DCM_SOPInstanceUID, kIdentity, Harm::WhenChanged,
@@ -123,7 +123,7 @@ std::optional<Fault> headerFault(const Step& step)
     return Fault{kHeaderGroup, fmt::format("group {:04x} is no part of a dataset: {}", group, what)};
 }
 
-// What became of a number: those that do not fit are cut to their low bits, or not written at all.
+// Numbers that do not fit are cut to their low bits, or not written at all.
 bool isSameNumbers(const std::string& wanted, const std::string& written, DcmEVR vr)
 {
     return std::ranges::equal(split(wanted, '\\'), split(written, '\\'), [vr](std::string_view a, std::string_view b) {
@@ -165,7 +165,7 @@ std::optional<Fault> letterCaseFault(const Step& step, const RunCharacterSets& s
                                           shownQuoted(set.readable(harmed->after)), set.name())};
 }
 
-/// Adds the parts beyond ASCII of a rule's literals.
+/// Adds the parts of a rule's literals that are not ASCII.
 void addHighStretches(const Expression& node, std::set<std::string>& stretches)
 {
     std::string stretch;
@@ -177,7 +177,7 @@ void addHighStretches(const Expression& node, std::set<std::string>& stretches)
     for (const Expression* argument : node.params) addHighStretches(*argument, stretches);
 }
 
-/// What the literals of mapping files that are UTF-8 have beyond ASCII.
+/// The parts that are not ASCII, of the literals of mapping files in UTF-8.
 std::set<std::string> utf8StretchesOf(const Recording& recording)
 {
     std::set<std::string> stretches;
@@ -193,7 +193,7 @@ std::set<std::string> utf8StretchesOf(const Recording& recording)
     return stretches;
 }
 
-/// Collects consequences, those of values against what was there before.
+/// Collects consequences. A fault of a value counts when the value before did not have it.
 class Search {
 public:
     Search(const Recording& recording, DcmDataset& dataset, const ConsequenceSwitches& wanted)
@@ -244,7 +244,7 @@ private:
         }
     }
 
-    // In some character sets any bytes are letters: what a mapping file in UTF-8 wrote is known by the file.
+    // In some character sets any bytes are valid: text in UTF-8 is recognised because the mapping file has it.
     bool isUtf8Elsewhere(const Sample& before, const Sample& after) const
     {
         if (!hasCharacterSet(after.vr) || after.set.terms() == "ISO_IR 192") return false;
@@ -253,7 +253,7 @@ private:
         });
     }
 
-    // Texts that no rule wrote keep their bytes, and so read differently under another character set.
+    // Texts that no rule wrote keep their bytes, which mean other characters in another character set.
     void lookForRelabelled(const Change& change)
     {
         std::set<DcmTagKey> written;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What rules made wrong in a dataset: theirs alone, not what the sender's values had wrong already.
+// What rules made wrong in a dataset. Faults that the sender's values already had are left out.
 #pragma once
 
 #include "tool/record/chartext.h"
@@ -36,8 +36,8 @@ private:
     std::bitset<kConsequenceCount> isOn_;
 };
 
-/// Looks at everything that a run changed.
-/// @param recording made with originals, and still there as long as the result is used.
+/// Checks everything that a run changed.
+/// @param recording must outlive the result.
 /// @param dataset as the run left it.
 /// @param begin the number of the first step that is looked at.
 /// @return in the order of the rules.

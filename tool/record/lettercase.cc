@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The case functions change ASCII letters alone, so that a text that was changed rightly differs from the one before in
-// ASCII letters alone when both are read in their character set.
+// The case functions change ASCII letters only. When both texts are read in their character set, an undamaged one differs
+// from the one before only in the case of ASCII letters.
 #include "tool/record/lettercase.h"
 
 #include "tool/rules/heldvalue.h"
@@ -13,7 +13,7 @@
 namespace kxtool {
 namespace {
 
-// Above it, only whole texts are looked for in a value: each byte that was changed is read with all the others.
+// For longer texts only the whole text is looked for in a value, since each changed byte is read with all the others.
 constexpr std::size_t kMostBytesEach = 1024;
 
 bool isCaseFunction(const Expression& node)
@@ -94,7 +94,7 @@ std::vector<Recased> recasedTexts(Expression& expression, MappingSession& sessio
     const unsigned seed = gseed;
     try {
         collect(expression, session, seed, found);
-    } catch (const std::logic_error&) { // the rule itself will say so
+    } catch (const std::logic_error&) { // applying the rule reports it
         found.clear();
     }
     gseed = seed;
@@ -107,7 +107,7 @@ bool isHarmed(const Recased& text, const CharacterSet& set, std::string_view val
     if (!reading.isGood() || reading.differsInLettersAlone(text.after)) return false;
     if (value.find(text.after) != std::string_view::npos) return true;
     if (text.before.size() > kMostBytesEach) return false;
-    for (std::size_t at = 0; at < text.before.size(); ++at) { // the rule may have taken a part of it
+    for (std::size_t at = 0; at < text.before.size(); ++at) { // the value may have only a part of it
         if (text.before[at] == text.after[at]) continue;
         std::string changed = text.before;
         changed[at] = text.after[at];

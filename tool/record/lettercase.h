@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The case functions go by bytes. In character sets of more than one byte a letter, and in escape sequences, they also
-// change bytes that are no letters, and with them the text.
+// The case functions change single bytes. In character sets with more than one byte for a letter, and in escape sequences,
+// they also change bytes that are no letters, which damages the text.
 #pragma once
 
 #include "tool/record/chartext.h"

@@ -89,7 +89,8 @@ bool isConforming(DcmElement& element, const CharacterSet& set)
     if (element.getOFStringArray(text, OFFalse).bad()) return false;
     const std::string bytes(text.c_str(), text.length());
     return std::ranges::all_of(faultsOf({bytes, element.getTag(), vr, set}), [&](const Fault& fault) {
-        return fault.name == fault::kCharset && set.toUtf8(bytes).has_value(); // odd, but of that character set
+        return fault.name == fault::kCharset &&
+               set.toUtf8(bytes).has_value(); // not as it should be, but readable in that character set
     });
 }
 
@@ -154,7 +155,7 @@ OFCondition append(DcmDataset& dataset, std::unique_ptr<DcmItem> item)
 {
     DcmSequenceOfItems* sequence = nullptr;
     OFCondition result = dataset.findAndGetSequence(DCM_OriginalAttributesSequence, sequence);
-    if (result == EC_TagNotFound) { // what is there and no sequence stays, and is an error
+    if (result == EC_TagNotFound) { // an element that is not a sequence stays, and is an error
         result = dataset.insertEmptyElement(DCM_OriginalAttributesSequence);
         if (result.good()) result = dataset.findAndGetSequence(DCM_OriginalAttributesSequence, sequence);
     }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Original Attributes Sequence (DICOM PS3.3 section C.12.1.1.9): a dataset's own account of what was changed in it.
+// Original Attributes Sequence (DICOM PS3.3 section C.12.1.1.9): the record in a dataset of what was changed in it.
 #pragma once
 
 #include "tool/record/recorder.h"
@@ -9,7 +9,7 @@
 
 namespace kxtool {
 
-/// What an account says beside the values.
+/// What an item says beside the values.
 struct ModificationNotes {
     std::string source;            ///< who provided the values; may be empty
     std::string system;            ///< who changed them; not empty
@@ -30,7 +30,7 @@ std::vector<std::string> patientAttributesIn(const RulesInOrder& files);
 /// a dataset in which nothing was changed. An attribute that was added, or whose value was none of its VR, is listed
 /// without a value; a sequence in which something was changed is listed whole, as it was; a private attribute together
 /// with its private creator.
-/// @param recording made with originals, of this dataset.
+/// @param recording of this dataset.
 /// @return empty, or why the item could not be added.
 std::string addOriginalAttributes(DcmDataset& dataset, const Recording& recording, const ModificationNotes& notes);
 

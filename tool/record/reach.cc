@@ -13,7 +13,7 @@ bool isBeforePixelData(long group)
     return group >= 0 && group < kPixelDataGroup;
 }
 
-// Stricter than the engine, which also reads signs, blanks and fewer digits: what is spelled oddly may be anything.
+// Stricter than the engine, which also reads signs, blanks and fewer digits: other spellings may mean any group.
 bool isSpelledBeforePixelData(const char* group)
 {
     const std::string_view text = group == nullptr ? "" : group;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Rules, applied one by one in the engine's order by the engine's own parts, with a look at the target before and after.
+// Rules, applied one by one in the engine's order by the engine's own parts, and compares the target before and after.
 #include "tool/record/recorder.h"
 
 #include "KXItem.h"
@@ -193,7 +193,7 @@ void Recording::apply(const RuleFile& file, const RuleLine& rule, MessageTap& ta
     step.before = before.text;
     if (hasCaseFunction(*rule.expression)) {
         step.recased = recasedTexts(*rule.expression, *session_);
-        std::ignore = tap.take(); // the rule itself will say it again
+        std::ignore = tap.take(); // applying the rule reports it again
     }
     try {
         evaluateAndAssign(rule, step);

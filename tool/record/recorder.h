@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Applies rules as the engine does, one by one, and notes what each did: to show it, to report it, and to keep what was
-// there before.
+// Applies rules as the engine does, one by one, and records what each did, for displays, reports and the Original
+// Attributes Sequence.
 #pragma once
 
 #include "tool/dicom/elements.h"

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Variables are the rules' own business and are reported nowhere; elements and custom fields are. The members of a change
+// Elements and custom fields are reported, variables are not, since they end with the run. The members of a change
 // are those of "kxmap try --format json".
 #include "tool/record/report.h"
 
@@ -33,7 +33,7 @@ Json jsonOf(const Change& change, const RunCharacterSets& sets)
     Json json = {{"sign", std::string(1, change.sign())},
                  {"kind", isElement ? "element" : "custom field"},
                  {"place", place},
-                 {"target", place}}; // the name that reports had for it first
+                 {"target", place}}; // an older name of "place", kept for readers of reports
     if (isElement) json["name"] = placeName(change.place);
     json["vr"] = change.vr;
     json["before"] = before ? Json(*before) : Json();
@@ -97,7 +97,7 @@ std::string jsonLine(const FileReport& file, const Recording* recording, DcmData
         Json messages = messagesOf(*recording, sets.after());
         if (!messages.empty()) json["messages"] = std::move(messages);
     }
-    return json.dump(-1, ' ', false, Json::error_handler_t::replace); // file names may be anything
+    return json.dump(-1, ' ', false, Json::error_handler_t::replace); // file names need not be UTF-8
 }
 
 std::string changeLines(const std::filesystem::path& file, const Recording& recording, DcmDataset& dataset)

@@ -22,7 +22,7 @@ struct FileReport {
     std::uintmax_t otherNames = 0; ///< hard links that were parted from it
 };
 
-/// @param recording made with originals; null when the rules were not applied.
+/// @param recording null when the rules were not applied.
 /// @param dataset as the rules left it; null with the recording.
 /// @return one JSON object, without line feed. Its texts are UTF-8; bytes that are in no character set are \xNN. A file name
 ///         that is not UTF-8 is there twice: readable, and as "input_bytes" or "output_bytes" with %NN for every byte

@@ -24,7 +24,7 @@ struct Look {
 /// One recorded run and its dataset, both of which must outlive it.
 class RunReport {
 public:
-    /// @param recording made with originals. @param dataset as the run left it. @param wanted which consequences count.
+    /// @param dataset as the run left it. @param wanted which consequences count.
     /// @param begin the number of the first step that is looked at: what those before it did is left out.
     RunReport(const Recording& recording, DcmDataset& dataset, const ConsequenceSwitches& wanted = {},
               std::size_t begin = 0);

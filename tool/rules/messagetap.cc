@@ -4,7 +4,7 @@
 #include "tool/rules/messagetap.h"
 
 #include "tool/console/output.h"
-#include "tool/system/taskqueue.h" // takeAll
+#include "tool/system/memoryfile.h"
 
 #include "kxmap.h"
 
@@ -81,7 +81,7 @@ MessageTap::~MessageTap()
 
 std::vector<std::string> MessageTap::take()
 {
-    return log_.take(takeAll(caught_.get()));
+    return log_.take(takeContent(caught_.get()));
 }
 
 } // namespace kxtool

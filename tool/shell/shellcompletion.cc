@@ -76,8 +76,8 @@ std::string commonBegin(const Candidates& candidates)
     return common;
 }
 
-/// One candidate is taken, of several what they have in common, unless that would take back what was typed.
-Completion settle(std::size_t begin, std::string_view word, const Candidates& candidates)
+/// A single candidate is inserted; of several their common beginning, unless that is shorter than what was typed.
+Completion completionOf(std::size_t begin, std::string_view word, const Candidates& candidates)
 {
     Completion completion{begin, std::string(word), {}};
     if (candidates.empty()) return completion;
@@ -97,7 +97,7 @@ Completion completeCommand(std::string_view line)
     for (const std::string& command : kShellCommands) {
         if (command.starts_with(line)) candidates.emplace(command, "");
     }
-    return settle(0, line, candidates);
+    return completionOf(0, line, candidates);
 }
 
 // "(0010,00": those of the dataset, and when it has none of them, the dictionary's.
@@ -115,7 +115,7 @@ Completion completeTag(std::size_t begin, std::string_view word, const MappingSe
         }
     }
     if (candidates.empty()) forEachKeyword(add);
-    return settle(begin, word, candidates);
+    return completionOf(begin, word, candidates);
 }
 
 template <class Names>
@@ -126,7 +126,7 @@ Completion completeName(std::size_t begin, std::string_view word, const Names& n
         const std::string typed = sign == '\0' ? name : sign + name;
         if (typed.starts_with(word)) candidates.emplace(typed + ")", "");
     }
-    return settle(begin, word, candidates);
+    return completionOf(begin, word, candidates);
 }
 
 // A function or a keyword; a keyword that is complete, or the only one, becomes its tag.
@@ -149,7 +149,7 @@ Completion completeWord(std::size_t begin, std::string_view word)
     if (std::ranges::any_of(candidates, [word](const auto& one) { return one.first.starts_with(word); }))
         std::erase_if(candidates, [word](const auto& one) { return !one.first.starts_with(word); });
     const bool isComplete = candidates.contains(std::string(word));
-    if (candidates.size() != 1 && !isComplete) return settle(begin, word, candidates);
+    if (candidates.size() != 1 && !isComplete) return completionOf(begin, word, candidates);
     const auto& [text, tag] = isComplete ? *candidates.find(std::string(word)) : *candidates.begin();
     return {begin, tag.empty() ? text : tag, {}};
 }

@@ -70,7 +70,7 @@ public:
           editor_(makeEditor(), &el_end)
     {
         if (!history_ || !editor_) throw FileError("the terminal", systemReason(ENOMEM));
-        const Utf8Scope utf8; // the keys that insert themselves are found now
+        const Utf8Scope utf8; // libedit decides here which keys insert themselves
         HistEvent event = {};
         history(history_.get(), &event, H_SETSIZE, kHistoryLines);
         history(history_.get(), &event, H_SETUNIQUE, 1);
@@ -156,7 +156,7 @@ private:
         HistEvent event = {};
         history(history_.get(), &event, H_ENTER, line.c_str());
         if (file_.empty()) return;
-        std::error_code failure; // a history that cannot be kept is none
+        std::error_code failure; // without a history the shell works as well
         fs::create_directories(file_.parent_path(), failure);
         const mode_t before = umask(077);
         history(history_.get(), &event, H_SAVE, file_.c_str());

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Rules come and go by applying all of them again to a copy of the dataset as it was read.
+// A rule is taken back by applying all others again to a copy of the dataset as it was read.
 #include "tool/shell/shellsession.h"
 
 #include "tool/console/output.h"

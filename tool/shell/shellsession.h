@@ -35,8 +35,7 @@ private:
     std::string text_;
 };
 
-/// The rules stand as if in one mapping file: what is there is always what that file would make of the dataset as it was
-/// read. "rnd" without a seed begins as in a new server.
+/// The rules are those of one mapping file: the dataset is always what that file makes of the dataset as it was read. "rnd" without a seed begins as in a new server.
 class ShellSession {
 public:
     /// Reads the whole file: it may change or go while the session lasts.
@@ -71,8 +70,8 @@ private:
     void applyAll();
 
     std::unique_ptr<DicomFile> file_;           // null without one
-    bool hasReplacedSource_ = false;            // by save(): the name is ours since
-    std::unique_ptr<DcmDataset> empty_;         // in its stead
+    bool hasReplacedSource_ = false;            // by save(), which may replace it again
+    std::unique_ptr<DcmDataset> empty_;         // used without a file
     std::unique_ptr<DcmDataset> original_;      // as read
     std::unique_ptr<DcmMetaInfo> originalMeta_; // as read; null without a file
     const RuleFile source_;                     // what rules are said to stand in

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Through libacl and libattr, which know what may be copied.
+// libacl and libattr know which attributes may be copied.
 #include "tool/system/belongings.h"
 
 #include "tool/console/output.h"
@@ -22,14 +22,14 @@ namespace {
 
 constexpr mode_t kPermissions = 0777;
 constexpr const char* kNetworkAcl =
-    "system.nfs4_acl"; // made by the server from owner and mode, but for what they cannot say
+    "system.nfs4_acl"; // made by the server from owner and mode, as far as these can express it
 
 bool isUnsupported(int reason)
 {
     return reason == EOPNOTSUPP || reason == ENOSYS;
 }
 
-// The access control list is given later, and what makes a program powerful is never given.
+// The access control list is set later; capabilities are never copied.
 int isCopied(const char* name, error_context*)
 {
     const std::string_view attribute = name;
@@ -111,7 +111,7 @@ Belongings Belongings::ofNew(const std::filesystem::path& folder, mode_t mode)
     return result;
 }
 
-std::vector<std::string> Belongings::giveQuietly(int descriptor)
+std::vector<std::string> Belongings::copyOwnerAndAttributes(int descriptor)
 {
     std::vector<std::string> lost;
     if (!isOfOld_) return lost;
@@ -138,7 +138,7 @@ void Belongings::giveOwner(int descriptor, std::vector<std::string>& lost)
     struct stat now = {};
     if (fstat(descriptor, &now) == 0 && now.st_uid == status_.st_uid && now.st_gid == status_.st_gid) return;
     if (fchown(descriptor, status_.st_uid, status_.st_gid) == 0) return;
-    const int reason = errno; // only root may; others own what they write
+    const int reason = errno; // only root may change owners
     if (now.st_uid != status_.st_uid) lost.push_back(fmt::format("owner ({})", systemReason(reason)));
     if (fchown(descriptor, static_cast<uid_t>(-1), status_.st_gid) == 0) return;
     lost.push_back(fmt::format("group ({})", systemReason(errno)));
@@ -151,7 +151,7 @@ void Belongings::giveOwner(int descriptor, std::vector<std::string>& lost)
     lost.push_back("access control list (it is another group's)");
 }
 
-int Belongings::openUp(int descriptor) const
+int Belongings::setAccess(int descriptor) const
 {
     if (acl_) return acl_set_fd(descriptor, acl_.get()) == 0 ? 0 : errno;
     // A file in a folder with a default list was made with one.

@@ -14,8 +14,7 @@ struct __acl_ext;
 
 namespace kxtool {
 
-/// For a new file that is to take the place of another, or the place where none was. Set-user-ID bits and their kin are
-/// never among it.
+/// For a new file that is to replace another, or that is new. Set-user-ID, set-group-ID and sticky bits are never kept.
 class Belongings {
 public:
     /// Those of a file that is there.
@@ -27,14 +26,14 @@ public:
     /// @param mode permissions that are wanted.
     static Belongings ofNew(const std::filesystem::path& folder, mode_t mode);
 
-    /// Gives owner, group and extended attributes to a file that still nobody else may open.
+    /// Gives a file that only its user may open its owner, group and extended attributes. The access stays.
     /// @return what cannot be kept, in words; empty when all is.
-    std::vector<std::string> giveQuietly(int descriptor);
+    std::vector<std::string> copyOwnerAndAttributes(int descriptor);
 
-    /// Opens the file to those who may have it. Where its group could not be kept, others lose what they had beyond it and
-    /// the group what it had beyond others, so that nobody gains access.
-    /// @return 0, or the system's error number; it is then open to its owner at most.
-    int openUp(int descriptor) const;
+    /// Sets permissions and access control list. Where the group could not be kept, group and others both get only what
+    /// both had, so that nobody gains access.
+    /// @return 0, or the system's error number; the file is then open to its owner at most.
+    int setAccess(int descriptor) const;
 
 private:
     struct FreeAcl {
@@ -50,7 +49,7 @@ private:
     std::filesystem::path source_;
     struct stat status_ = {};
     mode_t mode_ = 0;
-    Acl acl_; // null where permissions say it all
+    Acl acl_; // null where the permissions are all there is
 };
 
 } // namespace kxtool

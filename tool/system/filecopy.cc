@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Three ways, each for what the one before cannot do: copy_file_range for files of one kind of file system, sendfile
-// across kinds, read and write everywhere.
+// Three ways, tried in this order: copy_file_range within one kind of file system, sendfile across kinds, read and write
+// everywhere.
 #include "tool/system/filecopy.h"
 
 #include "tool/system/sink.h"
@@ -15,7 +15,7 @@
 namespace kxtool {
 namespace {
 
-constexpr std::uintmax_t kStepBytes = std::uintmax_t(1) << 30; // what a call is asked for at once
+constexpr std::uintmax_t kStepBytes = std::uintmax_t(1) << 30; // for one call
 
 // @return as read() does: bytes, 0 at the source's end, negative with errno set; both positions are moved on.
 using Step = ssize_t (*)(int source, off_t& at, std::size_t count, int target);
@@ -40,7 +40,7 @@ ssize_t readAndWrite(int source, off_t& at, std::size_t count, int target)
     return written;
 }
 
-// What no other way could mend. All else may be the way's own fault: some file systems answer oddly, or with no bytes.
+// Failures that another way would meet as well. All others may be due to the way: some file systems answer oddly, or with no bytes.
 bool isFinal(int reason)
 {
     return reason == EIO || reason == ENOSPC || reason == EDQUOT || reason == EFBIG;

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A file that is opened once and read through that one descriptor, however often its name changes hands meanwhile.
+// A file that is opened once and read through that one descriptor, so that its name may lead elsewhere meanwhile.
 #pragma once
 
 #include "tool/system/descriptor.h"
@@ -16,8 +16,8 @@ namespace kxtool {
 /// An open regular file, and what it was when it was opened.
 class InputFile {
 public:
-    /// Opens it for reading, and waits for no one: a pipe in its place is refused. A file that was changed in this very
-    /// moment is waited for until the system's clock has moved on, so that any later change shows.
+    /// Opens it for reading. A pipe is refused, and not waited for. Where the file was changed within the present tick of
+    /// the system's clock, the next tick is waited for, so that any later change can be seen.
     /// @throws FileError
     explicit InputFile(const std::filesystem::path& file);
 
@@ -31,8 +31,8 @@ public:
     /// @return how many bytes were read, or the system's error number below zero.
     ssize_t read(std::uintmax_t at, char* bytes, std::size_t count) const;
 
-    /// Asks whether content, attributes and name are those that were opened: a reader may else have had one half of this
-    /// file and one half of that. It is certain on file systems that count time as this machine does.
+    /// Checks that content, attributes and name are those that were opened: else parts of two contents may have been read.
+    /// Certain only on file systems that use this machine's clock.
     /// @throws FileError "changed while it was read"
     void requireUnchanged() const;
 

@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Polling before each write would not do: a terminal or a pipe with other writers can be full again in between. So a
-// timer breaks into the write itself, time and again, and what has arrived is looked at then.
+// Polling before each write is not enough: a terminal or a pipe with other writers can be full again in between. So a
+// timer interrupts the write itself at intervals, and signals are read then.
 #include "tool/system/interruption.h"
 
 #include "tool/console/exitcodes.h"
@@ -18,19 +18,19 @@ namespace {
 
 using namespace std::chrono_literals;
 
-constexpr auto kLastWords = 1s;
+constexpr auto kMostWaitAfterSignal = 1s;
 
 extern "C" void interruptOnly(int) {}
 
 } // namespace
 
-Interruption::Interruption() : signals_(signalfd(-1, &heededSignals(), SFD_CLOEXEC | SFD_NONBLOCK))
+Interruption::Interruption() : signals_(signalfd(-1, &handledSignals(), SFD_CLOEXEC | SFD_NONBLOCK))
 {
     if (!signals_.isOpen()) throw FileError("signals", systemReason(errno));
     sigset_t forWorkers;
     sigemptyset(&forWorkers);
     sigaddset(&forWorkers, kEndWorker);
-    sigprocmask(SIG_BLOCK, &forWorkers, nullptr); // even if ignored: a worker that has only begun must not miss it
+    sigprocmask(SIG_BLOCK, &forWorkers, nullptr); // even where it is ignored: a worker must not miss it while it starts
     struct sigaction action = {};
     action.sa_handler = interruptOnly; // without SA_RESTART
     sigaction(SIGALRM, &action, &alarmBefore_);
@@ -48,7 +48,7 @@ Interruption::~Interruption()
     sigaction(SIGPIPE, &pipeBefore_, nullptr);
 }
 
-int Interruption::heed()
+int Interruption::readSignals()
 {
     signalfd_siginfo info = {};
     while (read(signals_.get(), &info, sizeof info) == static_cast<ssize_t>(sizeof info))
@@ -58,13 +58,13 @@ int Interruption::heed()
 
 void Interruption::end(int signalNumber)
 {
-    if (arrived_ == 0) patience_ = Clock::now() + kLastWords;
+    if (arrived_ == 0) writeDeadline_ = Clock::now() + kMostWaitAfterSignal;
     arrived_ = signalNumber;
 }
 
 int Interruption::write(int descriptor, std::string_view bytes)
 {
-    if (abandoned_.contains(descriptor)) return EINTR;
+    if (blocked_.contains(descriptor)) return EINTR;
     while (!bytes.empty()) {
         const ssize_t count = ::write(descriptor, bytes.data(), bytes.size());
         if (count >= 0) {
@@ -73,12 +73,13 @@ int Interruption::write(int descriptor, std::string_view bytes)
         }
         const int reason = errno;
         if (reason != EINTR && reason != EAGAIN) return reason;
-        if (heed() != 0 && Clock::now() > patience_) {
-            abandoned_.insert(descriptor);
+        if (readSignals() != 0 && Clock::now() > writeDeadline_) {
+            blocked_.insert(descriptor);
             return EINTR;
         }
         pollfd writable = {descriptor, POLLOUT, 0};
-        if (reason == EAGAIN) poll(&writable, 1, kTickMs); // someone made it so for all who share it
+        if (reason == EAGAIN)
+            poll(&writable, 1, kTickMs); // another process has made the shared descriptor non-blocking
     }
     return 0;
 }

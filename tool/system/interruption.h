@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// How a long run is asked to end, also while nobody takes what it writes.
+// Ending a long run by a signal, also while a write waits because nobody reads.
 #pragma once
 
 #include "tool/system/descriptor.h"
@@ -13,11 +13,11 @@
 
 namespace kxtool {
 
-/// While it lives, the ending signals end nothing, but are read here; a broken pipe is an error of write(); and a timer
-/// breaks into system calls that wait. One at a time, and not in workers: those call heedSignalsAsWorker().
+/// While it lives, the ending signals do not end the process but are read here; a broken pipe is an error of write(); and a
+/// timer interrupts system calls that wait. Only one may live at a time. Workers call unblockSignalsInWorker() instead.
 class Interruption {
 public:
-    /// How often a waiting system call is broken into.
+    /// How often a waiting system call is interrupted.
     static constexpr int kTickMs = 200;
 
     /// @throws FileError
@@ -26,21 +26,20 @@ public:
     Interruption(const Interruption&) = delete;
     Interruption& operator=(const Interruption&) = delete;
 
-    /// @return what can be read when a signal has arrived; for poll(). Reading is heed()'s part.
+    /// @return a descriptor for poll(): readable when a signal has arrived. Only readSignals() reads it.
     int descriptor() const { return signals_.get(); }
 
-    /// @return the last ending signal that has arrived, or 0.
-    int heed();
+    /// Reads the signals that have arrived. @return the last ending signal so far, or 0.
+    int readSignals();
 
-    /// Takes the run for ended by this signal, as if it had arrived here.
+    /// Does as if this ending signal had arrived.
     void end(int signalNumber);
 
-    /// Writes all bytes, however long it takes; after an ending signal it waits no longer than a second, for all its
-    /// calls together.
+    /// Writes all bytes, however long it takes. After an ending signal, all calls together wait one more second at most.
     /// @return 0, or the system's error number: EINTR when it gave up. Some of the bytes may be written then.
     int write(int descriptor, std::string_view bytes);
 
-    /// Ends this process by a signal, as if it had never been read. Output that is buffered must be written.
+    /// Ends this process by a signal, as the signal does by default. Buffered output must be written before.
     [[noreturn]] static void endBySignal(int signalNumber);
 
 private:
@@ -52,8 +51,8 @@ private:
     struct sigaction pipeBefore_ = {};
     itimerval timerBefore_ = {};
     int arrived_ = 0;
-    Clock::time_point patience_; // until when write() waits, once a signal has arrived
-    std::set<int> abandoned_;    // descriptors that took nothing until then
+    Clock::time_point writeDeadline_; // of write(), once a signal has arrived
+    std::set<int> blocked_;           // descriptors that write() gave up
 };
 
 } // namespace kxtool

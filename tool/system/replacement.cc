@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The content to be, and its way into the target's place.
+// The temporary file and its renaming.
 #include "tool/system/replacement.h"
 
 #include "tool/console/output.h"
@@ -37,7 +37,7 @@ std::filesystem::path folderOf(const std::filesystem::path& file)
 
 Replacement::Replacement(const std::filesystem::path& target, const std::filesystem::path& source)
     : target_(resolved(target)), belongings_(belongingsOf(source)), temporary_(target_),
-      lost_(belongings_.giveQuietly(temporary_.descriptor()))
+      lost_(belongings_.copyOwnerAndAttributes(temporary_.descriptor()))
 {
 }
 
@@ -92,7 +92,7 @@ int Replacement::copy(int source, off_t begin, std::uintmax_t count)
 void Replacement::beginSync()
 {
     std::ignore =
-        sync_file_range(temporary_.descriptor(), 0, 0, SYNC_FILE_RANGE_WRITE); // only a hint; sync() is what counts
+        sync_file_range(temporary_.descriptor(), 0, 0, SYNC_FILE_RANGE_WRITE); // only a hint; sync() waits and reports
 }
 
 void Replacement::sync()
@@ -111,7 +111,7 @@ dev_t Replacement::device() const
     return fstat(temporary_.descriptor(), &status) == 0 ? status.st_dev : 0;
 }
 
-// Closing is where some file systems first tell of what went wrong; the descriptor itself keeps the lock.
+// Some file systems report a failed write only on close. A copy is closed, since the descriptor itself keeps the lock.
 int Replacement::reasonOfClosing() const
 {
     const int other = fcntl(temporary_.descriptor(), F_DUPFD_CLOEXEC, 0);
@@ -124,7 +124,7 @@ void Replacement::commit()
     struct stat status = {};
     if (fstat(temporary_.descriptor(), &status) != 0) throw FileError(target_, systemReason(errno));
     if (static_cast<std::uintmax_t>(status.st_size) != size_) throw FileError(target_, "not written to its end");
-    if (const int reason = belongings_.openUp(temporary_.descriptor()); reason != 0)
+    if (const int reason = belongings_.setAccess(temporary_.descriptor()); reason != 0)
         throw FileError(target_, fmt::format("permissions: {}", systemReason(reason)));
     if (const int reason = temporary_.renameTo(target_); reason != 0) throw FileError(target_, systemReason(reason));
 }

@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// A line is one write; what a full disk has taken of it is taken back.
+// A line is one write. Where only a part of it was written, that part is cut off again.
 #include "tool/system/reportfile.h"
 
 #include "tool/console/output.h"
@@ -68,8 +68,8 @@ bool isReportIn(int descriptor)
     return beginsAsReport(std::string_view(head).substr(0, size));
 }
 
-// A pipe without a reader is refused by the system where opening does not wait. Read and written, it would be its own
-// reader, and a report that nobody takes would fill it and wait for ever.
+// Opened for writing alone and without waiting, a pipe without a reader is refused by the system. Opened for reading as
+// well, the process would be its own reader and would wait for ever once the pipe is full.
 Descriptor openReport(const std::filesystem::path& file)
 {
     struct stat status = {};
@@ -100,7 +100,7 @@ bool ReportFile::isReport(const std::filesystem::path& file)
 
 ReportFile::ReportFile(const std::filesystem::path& file) : file_(file), descriptor_(openReport(file))
 {
-    std::ignore = ftruncate(descriptor_.get(), 0); // a pipe or a device cannot, and need not
+    std::ignore = ftruncate(descriptor_.get(), 0); // fails for a pipe or a device, which need no truncation
 }
 
 bool ReportFile::add(const std::string& line, Interruption& interruption)
@@ -113,7 +113,7 @@ bool ReportFile::add(const std::string& line, Interruption& interruption)
         return true;
     }
     std::ignore = ftruncate(descriptor_.get(), size_);
-    failure_ = FileError(file_, systemReason(reason) + ": the report ends before its end").what();
+    failure_ = FileError(file_, systemReason(reason) + ": the report is incomplete").what();
     return false;
 }
 

@@ -12,17 +12,17 @@
 
 namespace kxtool {
 
-/// A line for each input. It consists of whole lines and ends where one cannot be written; only SIGKILL of this process or
-/// a stop of the machine may tear its last line.
+/// One line for each input. It has whole lines only, and ends where one cannot be written; only SIGKILL or a stop of the
+/// machine can leave its last line incomplete.
 class ReportFile {
 public:
     /// @return whether a file is empty or begins as a line of a report does: with the members of jsonLine(), in their
     ///         order. Not when it cannot be read.
     static bool isReport(const std::filesystem::path& file);
 
-    /// Takes the place of an older report only, so that a slip on the command line costs no image and no mapping. A new one
-    /// is its owner's alone, since it holds patients' data; an older one keeps its mode. Pipes, terminals and character
-    /// devices take what is written, from the first line on.
+    /// Overwrites nothing but an older report, so that a mistyped command line destroys no image and no mapping. A new one
+    /// is readable by its owner alone, since it holds patients' data; an older one keeps its mode. Pipes, terminals and
+    /// character devices are written to line by line.
     /// @throws FileError for any other file, and for a pipe without a reader.
     explicit ReportFile(const std::filesystem::path& file);
 

@@ -9,15 +9,15 @@
 
 namespace kxtool {
 
-/// Asks a worker to end. A signal of our own: workers inherit what their parent was told to ignore, this one they heed.
+/// Asks a worker to end. Workers inherit which signals their parent was told to ignore; this one is never ignored.
 constexpr int kEndWorker = SIGUSR1;
 
 constexpr std::array kEndingSignals = {SIGINT, SIGTERM, SIGHUP, SIGQUIT, kEndWorker};
 
 /// @return those of the ending signals that this process was not told to ignore when it began, as "nohup" does.
-inline sigset_t& heededSignals()
+inline sigset_t& handledSignals()
 {
-    static sigset_t heeded = [] {
+    static sigset_t handled = [] {
         sigset_t signals;
         sigemptyset(&signals);
         for (const int signalNumber : kEndingSignals) {
@@ -27,28 +27,28 @@ inline sigset_t& heededSignals()
         }
         return signals;
     }();
-    return heeded;
+    return handled;
 }
 
-/// SIGQUIT leaves an image of the process's memory behind, patients' data among it: not from now on.
+/// Switches core files off: SIGQUIT would write the process's memory, and patients' data with it, to the disk.
 inline void keepNoCore()
 {
     constexpr rlimit none = {0, 0};
     setrlimit(RLIMIT_CORE, &none);
 }
 
-/// For a new worker, which has them held back: from now on they end it, and kEndWorker does in any case.
-inline void heedSignalsAsWorker()
+/// For a new worker, in which the ending signals are blocked: unblocks them, and kEndWorker even where it was ignored.
+inline void unblockSignalsInWorker()
 {
     std::signal(kEndWorker, SIG_DFL);
-    sigaddset(&heededSignals(), kEndWorker);
-    sigprocmask(SIG_UNBLOCK, &heededSignals(), nullptr);
+    sigaddset(&handledSignals(), kEndWorker);
+    sigprocmask(SIG_UNBLOCK, &handledSignals(), nullptr);
 }
 
-/// Holds the ending signals back while it lives: for steps that belong together. May be nested.
+/// Blocks the ending signals while it lives, for steps that must be done together. May be nested.
 class SignalsHeld {
 public:
-    SignalsHeld() { sigprocmask(SIG_BLOCK, &heededSignals(), &before_); }
+    SignalsHeld() { sigprocmask(SIG_BLOCK, &handledSignals(), &before_); }
     ~SignalsHeld() { sigprocmask(SIG_SETMASK, &before_, nullptr); }
     SignalsHeld(const SignalsHeld&) = delete;
     SignalsHeld& operator=(const SignalsHeld&) = delete;

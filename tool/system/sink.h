@@ -1,5 +1,5 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Where the bytes of a result go: into a file that is to be, or nowhere when a run only rehearses.
+// Where the bytes of a result go: into a new file, or nowhere in a dry run.
 #pragma once
 
 #include <sys/types.h>
@@ -13,7 +13,7 @@ namespace kxtool {
 /// What a copy answers, instead of a system's error number, when the source ended before all bytes were copied.
 constexpr int kSourceEnded = -1;
 
-/// Takes bytes in their order. After a failure what it holds is of no use.
+/// Takes bytes in their order. After a failure its content must not be used.
 class Sink {
 public:
     Sink() = default;

@@ -1,15 +1,14 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The worker's side of a pool.
+// Frames are collected and sent together, since each write wakes the parent.
 #include "tool/system/taskqueue.h"
 
 #include "tool/console/output.h"
-#include "tool/system/workers.h"
+#include "tool/system/memoryfile.h"
+#include "tool/system/sharedtasks.h"
 
-#include <sys/stat.h>
 #include <unistd.h>
 
 #include <cerrno>
-#include <tuple>
 
 namespace kxtool {
 namespace {
@@ -27,19 +26,6 @@ void append(std::string& frames, Frame::Kind kind, std::size_t task, const Outco
 }
 
 } // namespace
-
-std::string takeAll(int file)
-{
-    struct stat status = {};
-    if (fstat(file, &status) != 0 || status.st_size == 0) return {};
-    std::string text(static_cast<std::size_t>(status.st_size), '\0');
-    const ssize_t count = pread(file, text.data(), text.size(), 0);
-    text.resize(count < 0 ? 0 : static_cast<std::size_t>(count));
-    std::ignore = ftruncate(file, 0);
-    std::ignore = lseek(file, 0, SEEK_SET);
-    if (!text.empty() && !text.ends_with('\n')) text += '\n';
-    return text;
-}
 
 TaskQueue::TaskQueue(SharedTasks& shared, unsigned worker, int pipe, int errors)
     : shared_(shared), worker_(worker), pipe_(pipe), errors_(errors)
@@ -65,7 +51,7 @@ bool TaskQueue::isTriedAgain(std::size_t task) const
 
 std::string TaskQueue::takeErrors()
 {
-    return takeAll(errors_);
+    return takeContent(errors_);
 }
 
 void TaskQueue::prepare(std::size_t task, const Outcome& outcome, std::uint64_t mark)

@@ -1,49 +1,59 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// What a worker pool and its workers share: the table of tasks in their common memory, and the form of what goes through
-// the pipes.
+// The worker's side of a pool.
 #pragma once
 
-#include <array>
-#include <atomic>
 #include <cstddef>
 #include <cstdint>
+#include <optional>
 #include <string>
 
 namespace kxtool {
 
-/// An outcome on its way through a pipe: this, then its three texts.
-struct Frame {
-    enum class Kind : std::uint8_t { Final, Prepared, Confirmed };
+class SharedTasks;
 
-    std::size_t task;
-    std::uint64_t mark;
-    Kind kind;
-    bool isGood;
-    std::array<std::size_t, 3> sizes;
+/// What became of one task.
+struct Outcome {
+    bool isGood = true;
+    std::string errors; ///< for standard error, whole lines
+    std::string output; ///< for standard output, whole lines
+    std::string report; ///< a line for the report, without its line feed; empty for none
 };
 
-class SharedTasks {
+/// A worker's side: where its tasks come from and what became of them goes to.
+class TaskQueue {
 public:
-    static constexpr unsigned kNobody = 0;
+    TaskQueue(SharedTasks& shared, unsigned worker, int pipe, int errors);
 
-    struct Task {
-        std::atomic<unsigned> owner;  // the worker that has it
-        std::atomic<unsigned> deaths; // of workers that had it
-    };
+    /// @return the next task that no worker has; none when there are no more.
+    std::optional<std::size_t> next();
 
-    static std::size_t bytes(std::size_t tasks) { return sizeof(SharedTasks) + tasks * sizeof(Task); }
+    /// @return whether a worker died that had this task. It is then done alone, to find out whether it is the cause.
+    bool isTriedAgain(std::size_t task) const;
 
-    explicit SharedTasks(std::size_t tasks) : count(tasks) {}
+    /// @return what was written to this process's standard error since the last call.
+    std::string takeErrors();
 
-    // Behind this object; zero, which the memory is filled with, is a good start.
-    Task& operator[](std::size_t task) { return reinterpret_cast<Task*>(this + 1)[task]; }
+    /// Announces what the outcome will be, before the step that counts: if this process dies, the parent finds out whether
+    /// that step was done (WorkerPool::Callbacks::hasComeAbout). confirm() or deliver() follows. All three are sent by
+    /// flush().
+    /// @param mark by which the parent finds out.
+    void prepare(std::size_t task, const Outcome& outcome, std::uint64_t mark);
 
-    /// The first task that may be free. Only a hint, so that nobody has to look at all of them: owners decide.
-    std::atomic<std::size_t> hint = 0;
-    const std::size_t count;
+    /// Says that what was prepared is done.
+    void confirm(std::size_t task);
+
+    /// Says what the outcome is.
+    void deliver(std::size_t task, const Outcome& outcome);
+
+    /// Sends all that was added since the last call at once. @throws FileError when the parent is gone.
+    void flush();
+
+private:
+    SharedTasks& shared_;
+    unsigned worker_;
+    int pipe_;
+    int errors_;
+    std::string unsent_; // frames
 };
-
-/// @return what is in the file, which is then empty; with a line feed at its end.
-std::string takeAll(int file);
 
 } // namespace kxtool

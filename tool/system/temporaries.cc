@@ -23,8 +23,7 @@ namespace {
 
 namespace fs = std::filesystem;
 
-// Tells the temporary files of this run from those of another machine, whose processes may have the same numbers. Drawn
-// before any process is forked.
+// Part of the names, since a process of another machine may have the same number. Drawn before any process is forked.
 const std::uint32_t kRunToken = std::random_device()();
 
 fs::path temporaryName(const fs::path& target, pid_t process, std::size_t slot)
@@ -38,7 +37,7 @@ bool isTemporaryName(const std::string& name)
     return name.starts_with(kTemporaryPrefix) && std::regex_match(name, form);
 }
 
-// The files that the signal handler removes; null for none. Changed only while the signals are held back.
+// The files that the signal handler removes; null for none. Changed only while the signals are blocked.
 std::array<const char*, kMaxTemporaries> pendingPaths;
 
 extern "C" void removePendingAndEnd(int signalNumber)
@@ -55,7 +54,7 @@ void installHandlersOnce()
     static const bool isInstalled = [] {
         struct sigaction action = {};
         action.sa_handler = removePendingAndEnd;
-        action.sa_mask = heededSignals(); // a second one waits until the files are gone
+        action.sa_mask = handledSignals(); // a second signal waits until the files are removed
         action.sa_flags = static_cast<int>(SA_RESETHAND | static_cast<unsigned>(SA_NODEFER));
         for (const int signalNumber : kEndingSignals) {
             if (sigismember(&action.sa_mask, signalNumber) == 1) sigaction(signalNumber, &action, nullptr);
@@ -65,8 +64,8 @@ void installHandlersOnce()
     std::ignore = isInstalled;
 }
 
-/// A file that nobody held, held by this object; or none. Where file systems keep locks to one machine, the files of
-/// others look as if nobody held them.
+/// Locks a file that no process has locked. @return the open file; none when a process has. Where locks hold on one
+/// machine only, files of other machines look as if they were not locked.
 Descriptor holdLeftover(const fs::path& file)
 {
     Descriptor descriptor(open(file.c_str(), O_RDONLY | O_CLOEXEC | O_NONBLOCK | O_NOFOLLOW));
@@ -92,7 +91,7 @@ Temporary::Temporary(const std::filesystem::path& target)
     *slot = path_.c_str();
 }
 
-// Another run that cleans may have taken it for left behind before it was locked.
+// Between opening and locking, another run with --clean may have removed it.
 bool Temporary::openLocked()
 {
     descriptor_ = Descriptor(open(path_.c_str(), O_WRONLY | O_CREAT | O_EXCL | O_CLOEXEC, 0600)); // patients' data

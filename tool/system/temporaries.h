@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Temporary files beside what they are to replace: their names, that signals take them along, and what killed runs left.
+// Temporary files beside what they are to replace: their names, their removal by ending signals, and those that killed runs
+// have left.
 #pragma once
 
 #include "tool/system/descriptor.h"
@@ -14,14 +15,14 @@
 
 namespace kxtool {
 
-/// How the names of temporary files begin; a walk through folders passes over them.
+/// How the names of temporary files begin; files with such names are no inputs.
 constexpr std::string_view kTemporaryPrefix = ".kxmap-";
 
 /// How many temporary files a process may have at once.
 constexpr std::size_t kMaxTemporaries = 64;
 
-/// One temporary file. It goes with this object, and when one of the ending signals ends the process. Nobody but the
-/// process's user may open it, and as long as it is open it is locked, which tells it from one that is left.
+/// One temporary file. It is removed with this object, and when an ending signal ends the process. Only the process's user
+/// may open it. It is locked while it is open: one without a lock was left by a killed run.
 class Temporary {
 public:
     /// @param target the file in whose folder it is made. @throws FileError

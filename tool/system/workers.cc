@@ -1,10 +1,11 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Workers take tasks from a table in shared memory and send outcomes through a pipe each; their standard error is a
-// file in memory, so that what libraries print stays with the task, and is there even after a crash.
+// Workers take tasks from a table in shared memory and send outcomes through a pipe each. Their standard error is a file
+// in memory: what libraries print is told with its task, also after a crash.
 #include "tool/system/workers.h"
 
 #include "tool/console/output.h"
-#include "tool/system/taskqueue.h"
+#include "tool/system/memoryfile.h"
+#include "tool/system/sharedtasks.h"
 
 #include <fcntl.h>
 #include <fmt/format.h>
@@ -28,9 +29,9 @@ using Clock = std::chrono::steady_clock;
 
 constexpr std::size_t kReadBytes = 64 * 1024;
 constexpr unsigned kMaxIdleDeaths = 3;
-constexpr unsigned kMaxDeaths = 3;         // on one task
-constexpr int kWorkerFailed = 3;           // a worker's own exit status, for its parent alone
-constexpr std::chrono::seconds kGrace(10); // for workers to finish what must not be left halfway
+constexpr unsigned kMaxDeaths = 3;                 // on one task
+constexpr int kWorkerFailed = 3;                   // a worker's own exit status, for its parent alone
+constexpr std::chrono::seconds kMostTimeToEnd(10); // for workers that were asked to end
 
 [[noreturn]] void fail(std::string_view what)
 {
@@ -67,17 +68,16 @@ WorkerPool::~WorkerPool()
     munmap(shared_, SharedTasks::bytes(tasks_));
 }
 
-bool WorkerPool::run()
+void WorkerPool::run()
 {
     try {
         runAll();
     } catch (const std::exception& error) { // exhausted memory
         failure_ = error.what();
         endWorkers(kEndWorker);
-        for (Worker& worker : workers_) worker.pipe.close(); // or it would wait for us, and we for it
-        while (!workers_.empty()) bury(workers_.size() - 1);
+        for (Worker& worker : workers_) worker.pipe.close(); // else both would wait for each other
+        while (!workers_.empty()) removeWorker(workers_.size() - 1);
     }
-    return !isEnding();
 }
 
 void WorkerPool::runAll()
@@ -85,14 +85,14 @@ void WorkerPool::runAll()
     startAll();
     while (true) {
         while (!workers_.empty()) watch();
-        if (isEnding() || done_ == tasks_) break;
-        shared_->hint = 0; // a worker died while all others were about to end
+        if (isEnding_ || done_ == tasks_) break;
+        shared_->hint = 0; // a worker died when the others had found no more tasks
         if (!start()) {
             failure_ = FileError("worker processes", startFailure_).what();
             isEnding_ = true;
         }
     }
-    showInOrder(isEnding());
+    showInOrder(isEnding_);
 }
 
 void WorkerPool::startAll()
@@ -124,7 +124,7 @@ bool WorkerPool::start()
     if (process < 0) return refused();
     ++started_;
     if (process == 0) {
-        reading.close(); // kept here, it would hide from the writer that the parent has gone
+        reading.close(); // while it is open, writing would not fail when the parent is gone
         workAndExit(parent, started_, std::move(writing), std::move(errors));
     }
     workers_.push_back({process, started_, std::move(reading), std::move(errors), {}});
@@ -133,25 +133,25 @@ bool WorkerPool::start()
 
 void WorkerPool::workAndExit(pid_t parent, unsigned number, Descriptor pipe, Descriptor errors)
 {
-    prctl(PR_SET_PDEATHSIG, kEndWorker); // however the parent ends, nothing stays behind
+    prctl(PR_SET_PDEATHSIG, kEndWorker); // however the parent ends, its workers end, too
     workers_.clear();                    // the descriptors of the others
     dup2(errors.get(), STDERR_FILENO);
-    heedSignalsAsWorker();
+    unblockSignalsInWorker();
     if (getppid() != parent) _exit(kWorkerFailed);
     int status = 0;
     try {
         TaskQueue queue(*shared_, number, pipe.get(), errors.get());
         callbacks_.work(queue);
-    } catch (const std::exception& error) { // destructors have run: the parent's end of a pipe is gone
+    } catch (const std::exception& error) { // also where the parent's end of the pipe is gone
         reportError(error.what());
         status = kWorkerFailed;
     }
-    _exit(status); // what the parent set up is the parent's to take down
+    _exit(status); // without the destructors and exit handlers of what the parent has set up
 }
 
 void WorkerPool::endWorkers(int signalNumber)
 {
-    if (!isEnding_) patience_ = Clock::now() + kGrace;
+    if (!isEnding_) endDeadline_ = Clock::now() + kMostTimeToEnd;
     isEnding_ = true;
     for (const Worker& worker : workers_) kill(worker.process, signalNumber);
 }
@@ -162,11 +162,11 @@ void WorkerPool::watch()
     for (const Worker& worker : workers_) watched.push_back({worker.pipe.get(), POLLIN, 0});
     const int count = poll(watched.data(), watched.size(), Interruption::kTickMs);
     if (count < 0 && errno != EINTR) fail("workers");
-    heedSignals();
-    for (std::size_t i = workers_.size(); count > 0 && i-- > 0;) { // from behind: receive() may take one out
+    checkSignals();
+    for (std::size_t i = workers_.size(); count > 0 && i-- > 0;) { // backwards, since receive() may remove one
         if (watched[i + 1].revents != 0) receive(i);
     }
-    if (isEnding() && Clock::now() > patience_) endWorkers(SIGKILL); // stopped, perhaps
+    if (isEnding_ && Clock::now() > endDeadline_) endWorkers(SIGKILL); // they may be stopped
     showInOrder(false);
     callbacks_.onProgress(done_, failed_);
 }
@@ -177,7 +177,7 @@ void WorkerPool::receive(std::size_t index)
     std::array<char, kReadBytes> bytes;
     const ssize_t count = read(worker.pipe.get(), bytes.data(), bytes.size());
     if (count < 0 && (errno == EINTR || errno == EAGAIN)) return;
-    if (count <= 0) return bury(index);
+    if (count <= 0) return removeWorker(index);
     worker.received.append(bytes.data(), static_cast<std::size_t>(count));
     decode(worker);
 }
@@ -212,24 +212,24 @@ void WorkerPool::take(std::size_t task, Outcome outcome)
     waiting_.emplace(task, std::move(outcome));
 }
 
-void WorkerPool::bury(std::size_t index)
+void WorkerPool::removeWorker(std::size_t index)
 {
     std::swap(workers_[index], workers_.back());
     const Worker dead = std::move(workers_.back());
     workers_.pop_back();
     const int status = waitFor(dead.process);
-    heedSignals(); // one that the worker got as well has arrived here by now
+    checkSignals(); // a signal sent to all processes has arrived here by now
     if (WIFEXITED(status) && WEXITSTATUS(status) == 0) return;
-    if (!isEnding() && WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) { // asked to end, and so are we
+    if (!isEnding_ && WIFSIGNALED(status) && WTERMSIG(status) == SIGTERM) { // a request to end, meant for all
         interruption_.end(SIGTERM);
         endWorkers(kEndWorker);
     }
-    if (!isEnding()) callbacks_.onMessage(takeAll(dead.errors.get()));
-    settle(dead, howItEnded(status));
-    if (!isEnding() && done_ < tasks_) start(); // where that fails, the others go on
+    if (!isEnding_) callbacks_.onMessage(takeContent(dead.errors.get()));
+    settleTasksOf(dead, howItEnded(status));
+    if (!isEnding_ && done_ < tasks_) start(); // if that fails, the others go on
 }
 
-void WorkerPool::settle(const Worker& dead, const std::string& how)
+void WorkerPool::settleTasksOf(const Worker& dead, const std::string& how)
 {
     std::vector<std::size_t> undone = undoneOf(dead.number);
     const bool wasIdle = undone.empty();
@@ -242,8 +242,8 @@ void WorkerPool::settle(const Worker& dead, const std::string& how)
         return hasComeAbout;
     });
     callbacks_.onDeath(dead.process, undone);
-    if (isEnding()) return;
-    // Those that cannot even begin would be followed by others without end.
+    if (isEnding_) return;
+    // Else new workers would be started for ever where none can begin its work.
     if (wasIdle && ++idleDeaths_ > kMaxIdleDeaths) {
         failure_ = FileError("worker processes", "they end without a task: " + how).what();
         return endWorkers(kEndWorker);
@@ -271,9 +271,9 @@ std::vector<std::size_t> WorkerPool::undoneOf(unsigned worker)
     return undone;
 }
 
-void WorkerPool::heedSignals()
+void WorkerPool::checkSignals()
 {
-    if (interruption_.heed() != 0 && !isEnding()) endWorkers(kEndWorker);
+    if (interruption_.readSignals() != 0 && !isEnding_) endWorkers(kEndWorker);
 }
 
 void WorkerPool::showInOrder(bool withGaps)
