@@ -36,27 +36,37 @@ private:
     fs::path before_;
 };
 
-class EnvironmentVariable {
+/// The environment, with DICOM_VAR unset and other variables set while it lives.
+class Environment {
 public:
-    /// @param value unset when null.
-    EnvironmentVariable(const char* name, const char* value) : name_(name)
+    explicit Environment(const Setting& setting)
     {
-        if (const char* before = std::getenv(name)) before_ = before;
-        put(value);
+        keep("DICOM_VAR");
+        unsetenv("DICOM_VAR");
+        for (const auto& [name, value] : setting.environment) {
+            keep(name);
+            setenv(name, value.c_str(), 1);
+        }
     }
-    ~EnvironmentVariable() { put(before_ ? before_->c_str() : nullptr); }
-    EnvironmentVariable(const EnvironmentVariable&) = delete;
-    EnvironmentVariable& operator=(const EnvironmentVariable&) = delete;
+    ~Environment()
+    {
+        for (; !before_.empty(); before_.pop_back()) { // the first value of each comes last
+            const auto& [name, value] = before_.back();
+            if (value) setenv(name, value->c_str(), 1);
+            else unsetenv(name);
+        }
+    }
+    Environment(const Environment&) = delete;
+    Environment& operator=(const Environment&) = delete;
 
 private:
-    void put(const char* value) const
+    void keep(const char* name)
     {
-        if (value == nullptr) unsetenv(name_);
-        else setenv(name_, value, 1);
+        const char* const value = std::getenv(name);
+        before_.emplace_back(name, value == nullptr ? std::nullopt : std::optional<std::string>(value));
     }
 
-    const char* name_;
-    std::optional<std::string> before_;
+    std::vector<std::pair<const char*, std::optional<std::string>>> before_;
 };
 
 /// One of the standard descriptors, which names another open file while it lives.
@@ -150,10 +160,7 @@ private:
 
 ToolRun call(std::span<const char* const> words, const Setting& setting)
 {
-    std::vector<std::unique_ptr<EnvironmentVariable>> variables;
-    variables.push_back(std::make_unique<EnvironmentVariable>("DICOM_VAR", nullptr));
-    for (const auto& [name, value] : setting.environment)
-        variables.push_back(std::make_unique<EnvironmentVariable>(name, value.c_str()));
+    const Environment environment(setting);
     const ProcessState state;
     const char* const file = setting.input.empty() ? "/dev/null" : setting.input.c_str();
     const Redirection input(STDIN_FILENO, open(file, O_RDONLY | O_CLOEXEC));
