@@ -120,8 +120,8 @@ bool isTimeOfDay(std::string_view value)
     const std::string_view digits = takeDigits(value);
     if (digits.size() != 2 && digits.size() != 4 && digits.size() != 6) return false;
     constexpr int kMost[] = {23, 59, 60};
-    for (std::size_t i = 0; i < digits.size(); i += 2) {
-        if (numberOf(digits.substr(i, 2)) > kMost[i / 2]) return false;
+    for (std::size_t i = 0; i < std::size(kMost) && 2 * i < digits.size(); ++i) {
+        if (numberOf(digits.substr(2 * i, 2)) > kMost[i]) return false;
     }
     if (value.empty()) return true;
     if (!value.starts_with('.') || digits.size() != 6) return false;
