@@ -130,6 +130,7 @@ TEST_F(ToolInputs, listsGiveNamesAndKeepTheirPaths)
         {"a\n\n b", {"a", " b"}},
         {"a\r\nb\r\n", {"a", "b"}},
         {"a\r\nb\n", {"a\r", "b"}},
+        {"a\r\n\nb\r\n", {"a\r", "b\r"}},
         {"a\r", {"a\r"}},
         {"\nb\r\n", {"b\r"}},
         {"a\nb\0c\0"s, {"a\nb", "c"}},
