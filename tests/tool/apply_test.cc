@@ -196,6 +196,7 @@ TEST_F(ToolApply, listsKeepTheirPaths)
     const ToolRun byNul = run(list + "-o out", listed("./in/a b/x.dcm\0in/c/../c/x.dcm\0in/c/x.dcm\0"s));
     EXPECT_EQ(byNul.exitCode, 0) << byNul.errors;
     EXPECT_TRUE(byNul.errors.starts_with("kxmap: 2 of 2 files in 1 s, ")) << byNul.errors;
+    EXPECT_EQ(byNul.errors.find("failed"), std::string::npos) << byNul.errors;
     EXPECT_EQ(value("out/in/a b/x.dcm", DCM_PatientName), "changed");
     EXPECT_EQ(value("out/in/c/x.dcm", DCM_PatientName), "changed");
     EXPECT_EQ(run(list + "--in-place", listed("in/a b/x.dcm\nct.dcm")).exitCode, 0);
