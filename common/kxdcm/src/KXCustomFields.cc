@@ -8,7 +8,7 @@
 const char* KXCustomFields::getFieldValue(const char* name) const
 {
     if (name == nullptr) return nullptr;
-    const auto field = fields_.find(std::string_view(name)); // builds no key
+    const auto field = fields_.find(std::string_view(name)); // without making a std::string of the name
     return field == fields_.end() ? nullptr : field->second.c_str();
 }
 

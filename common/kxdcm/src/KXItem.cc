@@ -126,7 +126,7 @@ OFCondition KXItem::insertKX(DcmElement* element, bool replaceOld, bool checkIns
     creator = reservation.get();
     if (creator->putString(kCreator).bad()) return EC_MemoryExhausted; // nothing else keeps an LO from taking it
 
-    const auto withoutReservation = [&] { // without the element it reserves for, it goes again
+    const auto removeUnused = [&] { // the reservation, when the item does not hold the element that it is for
         if (!kxmap::holds(item_, element)) reservation.reset(item_.remove(creator));
     };
     const auto insertReservation = [&](DcmElement* given) { return item_.insert(given, OFFalse, checkInsertOrder); };
@@ -135,9 +135,9 @@ OFCondition KXItem::insertKX(DcmElement* element, bool replaceOld, bool checkIns
         result = kxmap::giveTo(item_, reservation, insertReservation);
         if (result.good()) result = item_.insert(element, replaceOld, checkInsertOrder);
     } catch (...) {
-        withoutReservation();
+        removeUnused();
         throw;
     }
-    if (result.bad()) withoutReservation();
+    if (result.bad()) removeUnused();
     return result;
 }

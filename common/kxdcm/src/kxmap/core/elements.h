@@ -21,8 +21,8 @@ const char* elementText(DcmElement& element);
 bool holds(DcmItem& item, const DcmElement* element);
 
 /// Gives an element to an item by `insert`, which returns DCMTK's condition. The element is the item's when it was
-/// taken, else still the caller's. When memory is exhausted, DCMTK may throw before the item holds the element or after:
-/// so the item is searched for it then.
+/// taken, else still the caller's. When memory is exhausted, DCMTK may throw before the item holds the element or
+/// after: so the item is searched for it then.
 template <typename Insert>
 OFCondition giveTo(DcmItem& item, std::unique_ptr<DcmElement>& element, Insert insert)
 {

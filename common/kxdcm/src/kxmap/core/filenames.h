@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// How mapping files are named: what the name of an entry of the mappings directory means, and what the file of an AE title
-// is called. Private to this project; its tool may include it.
+// How mapping files are named: what the name of an entry of the mappings directory means, and what the file of an AE
+// title is called. Private to this project; its tool may include it.
 #pragma once
 
 #include "kxmap/core/limits.h" // how long names and paths may be

@@ -53,10 +53,10 @@ struct ParseTrace {
     std::vector<NodeSpan> nodes;        ///< callers before their arguments
     std::vector<std::size_t> swallowed; ///< commas that begin an argument, since they follow a comma directly
     std::string message;                ///< as the engine reports it; empty for success
-    ParseFault fault;                   ///< the same as data
+    ParseFault fault;                   ///< what the message says, as data
 
-    /// Parses as Expression::readCfgLine does, but reports to this object instead of error(). The arity message is
-    /// logged as ever.
+    /// Parses as Expression::readCfgLine does, but reports to this object instead of error(). The message on a wrong
+    /// number of arguments is logged as well. The body is in parser.cc.
     /// @param line the bytes after a rule's first "=".
     /// @return the tree; null when `message` says why.
     std::unique_ptr<Expression> parse(const char* line);

@@ -15,7 +15,7 @@ namespace kxmap {
 /// @return whether a number was read. Beyond 32 bits it is what the C library makes of it.
 inline bool readInt(const char* text, int& number)
 {
-    // The everyday number, up to nine plain digits, without the cost of a scan.
+    // Most numbers are up to nine plain digits: these are read here, since sscanf() costs many times more.
     int value = 0;
     const char* p = text;
     while (p - text < 9 && isDigit(*p)) value = value * 10 + (*p++ - '0');

@@ -18,7 +18,7 @@ namespace {
 
 using Fault = kxmap::ParseFault::Kind;
 
-/// Says whether a byte is a token of its own that neither ends nor begins anything. Nearly all are, and are seen at once.
+/// Says whether a byte is no comma, quote, bracket or terminator. It is a token of its own then; nearly all bytes are.
 bool isPlain(char c)
 {
     return static_cast<unsigned char>(c) > ',' || (c != ',' && c != '"' && c != '(' && c != ')' && c != '\0');
@@ -82,7 +82,7 @@ const char* decodeQuoted(char* s)
 class Parser {
 public:
     /// @param text what is parsed, writable; its bytes stay in place, so that a trace can tell offsets in it.
-    /// @param trace null when nobody looks.
+    /// @param trace null for none.
     explicit Parser(const char* text, kxmap::ParseTrace* trace = nullptr) : text_(text), trace_(trace) {}
 
     /// Fills a fresh node from the bytes up to `end`, where the terminator stands.

@@ -32,7 +32,7 @@ bool c3_numParamsOK(int count)
     return count == 3;
 }
 
-bool c4_numParamsOK(int count) // no built-in has four arguments yet; servers may count on the rule
+bool c4_numParamsOK(int count) // no built-in has four arguments; servers may use the rule
 {
     return count == 4;
 }

@@ -20,12 +20,13 @@ void MappingSession::setVariable(const char* name, const char* value)
         if (outlives) atVariables.erase(bareName);
         return;
     }
-    // Made first and moved in without allocating: memory may run out, but not between the two maps.
+    // Both entries are made before a map is changed, and merge() allocates nothing: when memory is exhausted, both maps
+    // are as they were.
     std::map<std::string, std::string> entry;
     std::map<std::string, std::string> outlivingEntry;
     entry.emplace(fullName, value);
     if (outlives) outlivingEntry.emplace(bareName, value);
-    // Deliberate: the first write wins; only NULL clears the name for a later rule. merge() leaves what is there.
+    // Deliberate: the first write wins; only NULL clears the name for a later rule. merge() keeps what is there.
     variables.merge(entry);
     atVariables.merge(outlivingEntry);
 }

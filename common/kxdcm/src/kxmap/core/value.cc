@@ -20,7 +20,7 @@ char* newdup(const char* text)
 
 namespace {
 
-/// Written when the level is on: `"text"`, or (NULL).
+/// For log lines, which print it when their level is on: `"text"`, or (NULL).
 struct Quoted {
     const char* text;
 };
@@ -39,7 +39,7 @@ void putText(DcmElement& target, const char* text)
         const OFCondition result = target.putString(text);
         if (result != EC_MemoryExhausted && result != EC_InvalidStream) return; // numbers say the one, texts the other
     } catch (const std::bad_alloc&) {
-        // as below
+        // handled below, as the conditions are
     }
     if (!target.valueLoaded()) std::ignore = target.putString(nullptr);
     throw std::bad_alloc();
@@ -59,10 +59,11 @@ bool isWhole(DcmObject& copy, DcmObject& source)
     return true;
 }
 
-/// Makes room for a copy that is inserted where DCMTK's insertion puts it once the old element is gone. It must stay until
-/// then, since an insertion may find no memory. So it has the greatest tag meanwhile: DCMTK looks for the place from the
-/// item's end, down to the first smaller tag, and passes over it. It is removed, without asking for memory, once the item
-/// owns the copy; else it stays as it was.
+/// Lets a copy be inserted where DCMTK's insertion would put it if the old element were gone. That one must stay until
+/// the item has the copy, since an insertion may find no memory. So it has the greatest tag meanwhile: DCMTK looks for
+/// the place from the item's end, down to the first smaller tag, and passes over it. It is removed, without asking for
+/// memory, once the item owns the copy; else it stays as it was. (An exchange in its place in the list would leave the
+/// copy out of order where a server has re-tagged the old one.)
 class Replacement {
 public:
     Replacement(DcmItem& item, DcmElement& old, const std::unique_ptr<DcmElement>& copy)

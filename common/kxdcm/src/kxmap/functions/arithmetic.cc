@@ -65,8 +65,8 @@ Value* fold(MappingSession& session, std::list<Expression*>& params, const Opera
     return numberValue(result);
 }
 
-/// What "div" and "mod" share. The one quotient that 32 bits cannot hold, -2147483648 / -1, and its remainder take the
-/// invalid path with the divisor's text, since the processor faults on them.
+/// What "div" and "mod" share. The one quotient that 32 bits cannot hold, -2147483648 / -1, and its remainder are
+/// reported as an invalid divisor, since the processor faults on them.
 Value* divide(MappingSession& session, std::list<Expression*>& params, const OperandTexts& dividendTexts,
               const OperandTexts& divisorTexts, const char* zeroText, int (*combine)(int, int))
 {

@@ -37,8 +37,8 @@ constexpr std::array<char, 120> kAlphabetBBytes = [] {
 }();
 constexpr std::string_view kAlphabetB(kAlphabetBBytes.data(), kAlphabetBBytes.size());
 
-/// Steps `shift` places around the alphabet, again while it lands on a forbidden byte. A full round without a free byte
-/// ends with `byte` as it came, so a forbidden set can hide a byte, but never hang a rule.
+/// Steps `shift` places around the alphabet, again while it lands on a forbidden byte.
+/// @return the byte there; `byte` as it came when as many steps as the alphabet has bytes found none that is allowed.
 /// @param forbidden null for none.
 char stepAround(std::string_view alphabet, std::size_t position, std::size_t shift, const char* forbidden, char byte)
 {
@@ -73,7 +73,8 @@ int codeOf(int number)
     return kxmap::wrappingAdd(power, scrambled % kxmap::wrappingMul(9, power)); // 9 * power never wraps to 0 or -1
 }
 
-Value* complain(const char* message, const char* about)
+/// Reports what an operand is not good for. @return NULL.
+Value* refuse(const char* message, const char* about)
 {
     std::fprintf(stderr, "%s%s\n", message, about);
     return nullptr;
@@ -103,16 +104,16 @@ unsigned int seedOf(const char* text)
 
 } // namespace
 
-// codenumber(number): a number of as many digits that tells nothing at a glance, always the same for the same number.
-// Leading zeros stay in front of it.
+// codenumber(number): another number of as many digits, always the same for the same number. Leading zeros stay in
+// front of it.
 Value* codenumber_getValue(MappingSession& session, std::list<Expression*>& params)
 {
     Operand operand = Arguments(session, params).next();
     if (operand.isNull()) return nullptr;
     const char* text = operand.text();
-    if (text == nullptr) return complain(kxmap::kInvalidCodeNumber, kxmap::kNull);
+    if (text == nullptr) return refuse(kxmap::kInvalidCodeNumber, kxmap::kNull);
     int number = -1;
-    if (!kxmap::readInt(text, number) || number < 0) return complain(kxmap::kInvalidCodeNumber, text);
+    if (!kxmap::readInt(text, number) || number < 0) return refuse(kxmap::kInvalidCodeNumber, text);
     const std::string zeros(std::strspn(text, "0"), '0');
     return new StringValue((zeros + std::to_string(codeOf(number))).c_str());
 }
@@ -141,15 +142,15 @@ Value* rnd_getValue(MappingSession& session, std::list<Expression*>& params)
     Operand maxOperand = arguments.next();
     if (maxOperand.isNull()) return nullptr;
     const char* maxText = maxOperand.text();
-    if (maxText == nullptr) return complain(kxmap::kInvalidRndMax, kxmap::kNull);
+    if (maxText == nullptr) return refuse(kxmap::kInvalidRndMax, kxmap::kNull);
     int max = -1;
     kxmap::readInt(maxText, max);
-    if (max < 2) return complain(kxmap::kInvalidRndMax, std::to_string(max).c_str());
+    if (max < 2) return refuse(kxmap::kInvalidRndMax, std::to_string(max).c_str());
 
     Operand seedOperand = arguments.next();
     if (seedOperand.isNull()) return new StringValue(std::to_string(drawShared() % max).c_str());
     const char* seedText = seedOperand.text();
-    if (seedText == nullptr) return complain(kxmap::kInvalidRndSeed, kxmap::kNull);
+    if (seedText == nullptr) return refuse(kxmap::kInvalidRndSeed, kxmap::kNull);
     unsigned int seed = seedOf(seedText);
     OFLOG_DEBUG(logger, kxmap::kLocalSeed << std::to_string(seed)); // in no locale
     return new StringValue(std::to_string(rand_r(&seed) % max).c_str());

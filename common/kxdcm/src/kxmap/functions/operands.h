@@ -10,8 +10,8 @@
 
 namespace kxmap {
 
-/// One evaluated argument. Most arguments are literals and elements, and their texts are read from where they are: a value
-/// is made of them only when it is handed on.
+/// One evaluated argument. Most arguments are literals and elements, and their texts are read from where they are: a
+/// value is made of them only when it is handed on.
 class Operand {
 public:
     /// NULL.

@@ -31,7 +31,7 @@ Value* recased(MappingSession& session, std::list<Expression*>& params, char (*c
 
 } // namespace
 
-// concat(a, b, ...): all joined, NULLs skipped. Deliberate: NULL, not an empty text, when nothing comes of it.
+// concat(a, b, ...): all joined, NULLs skipped. Deliberate: an outcome without bytes is NULL, not the empty text.
 // An operand without text counts as empty. NULL beyond 2 GiB.
 Value* concat_getValue(MappingSession& session, std::list<Expression*>& params)
 {
@@ -86,7 +86,7 @@ Value* indexof_getValue(MappingSession& session, std::list<Expression*>& params)
 
 // substr(text, start [, length]): from the start, from 0, at most length bytes. A NULL start is 0, a NULL length the
 // rest. NULL for a negative or unreadable number, and for a start beyond the text's end; at the end it is the empty
-// text. A text without bytes to give is NULL, a start without text is unreadable.
+// text. A value without text makes the result NULL, as the text and as the start.
 Value* substr_getValue(MappingSession& session, std::list<Expression*>& params)
 {
     Arguments arguments(session, params);

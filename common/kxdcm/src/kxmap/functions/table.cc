@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// Every built-in function of the language, a row each. A new one is a row here, an evaluator beside its kin, an entry
-// in the reference, and a test.
+// Every built-in function of the language, a row each. A new one is a row here, an evaluator in the file of its kind, an
+// entry in the reference, and a test.
 #include "kxmap.h"
 
 #include "kxmap/functions/operands.h"

@@ -32,7 +32,7 @@ int Assignment::apply(MappingSession& session)
 {
     if (expression == nullptr || lvalue == nullptr) return 1;
     const kxmap::ValueRef value(expression->getValue(session));
-    lvalue->assignValue(session, value.get()); // NULL, too: what it means is the target's to say
+    lvalue->assignValue(session, value.get()); // NULL, too: the target decides what that means
     OFLOG_DEBUG(logger, "..Done");
     return 0;
 }

@@ -14,8 +14,8 @@ namespace kxmap {
 /// @return null when it cannot be opened, or is a directory.
 FileHandle openFile(const std::string& path);
 
-/// As openFile(), for a file of a mapping set, which nobody may have chosen: what is not a regular file (a pipe, say,
-/// that would hold the server until somebody writes) is not opened, nor one of a path longer than kMaxPathBytes.
+/// As openFile(), for the files that a mapping set finds by itself: opens regular files only, since a pipe would block
+/// the server until somebody writes to it, and only by paths of at most kMaxPathBytes.
 FileHandle openRegularFile(const std::string& path);
 
 /// Reads a file line by line, long lines in pieces.

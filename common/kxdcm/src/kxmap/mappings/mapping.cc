@@ -18,7 +18,7 @@ Mapping::Mapping(const char* mappingName) : name{}
     OFLOG_DEBUG(logger, "Creating mapping '" << name << "':");
 }
 
-// Both readers run on an object that already counts as made, so that an exception on the way destroys what they hold.
+// The two constructors below delegate to the one above: so an exception in their bodies runs the destructor.
 Mapping::Mapping(FILE* file, const char* mappingName) : Mapping(mappingName)
 {
     kxmap::LineReader lines(file);

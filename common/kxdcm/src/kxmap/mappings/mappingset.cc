@@ -29,8 +29,7 @@ std::unique_ptr<Mapping> readMapping(const std::string& path, const char* name)
 }
 
 /// Compares from the end, terminator included, since titles of one site mostly begin alike.
-/// @param size of `name`, less than a mapping's name has room for. Its room is filled to the end, so that it can be
-///        read.
+/// @param size of `name`, less than that of the array Mapping::name, which may be read as a whole.
 bool isNamed(const Mapping& mapping, const char* name, std::size_t size)
 {
     std::size_t left = size + 1;
@@ -38,8 +37,8 @@ bool isNamed(const Mapping& mapping, const char* name, std::size_t size)
     return left == 0;
 }
 
-/// @return the first mapping of that name; null for none. Goes by nothing but the list and the names as they are: both
-///         are the server's to edit, so a table of what was loaded could not tell a mapping that is gone.
+/// @return the first mapping of that name; null for none. Reads the list and the names as they are now, and remembers
+///         nothing from one call to the next, since a server may edit both.
 Mapping* findNamed(const std::list<Mapping*>& mappings, const char* name)
 {
     const std::size_t size = std::strlen(name);
@@ -53,7 +52,7 @@ Mapping* findNamed(const std::list<Mapping*>& mappings, const char* name)
 
 MappingSet::MappingSet(std::nullptr_t /*empty*/) : pre(nullptr), post(nullptr) {}
 
-// Both readers run on an object that already counts as made, so that an exception on the way destroys what they hold.
+// The two constructors below delegate to the one above: so an exception in their bodies runs the destructor.
 MappingSet::MappingSet() : MappingSet(nullptr)
 {
     const std::string directory = mappingsDirectory();
@@ -79,7 +78,8 @@ MappingSet::MappingSet(bool outbound, const char* aeTitle, bool globals) : Mappi
         pre = readGlobal(directory, "pre", outbound, path);
         post = readGlobal(directory, "post", outbound, path);
     }
-    // Deliberate: the outbound file, whatever the flag says. A title comes from a peer: it names no file elsewhere.
+    // Deliberate: the outbound file, whatever the flag says. A title comes from the remote system: it must
+    // not name a file of another directory.
     if (aeTitle != nullptr && kxmap::canNameFile(aeTitle))
         load(directory + kxmap::titleFile(Direction::Outbound, aeTitle), aeTitle);
 }

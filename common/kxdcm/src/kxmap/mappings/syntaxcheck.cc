@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The check of a mapping file before it is installed. It judges lines as the readers do, with two differences that are
-// meant: a line that begins with "#" is skipped even with a "=" in it, and a line that has none is an error.
+// The check of a mapping file before it is installed. It judges lines as the readers do, with two deliberate
+// differences: a line that begins with "#" is skipped even with a "=" in it, and a line that has none is an error.
 #include "kxmap.h"
 
 #include "kxmap/mappings/lines.h"

@@ -61,7 +61,7 @@ void LVDicomTag::assignValueInner(DcmItem& item, Value* value)
             return;
         }
         target = created.get();
-        insertNew(item, created, isOurs); // refused, the element stays ours: the write goes on, and goes nowhere
+        insertNew(item, created, isOurs); // when the item refuses it, it is written all the same, and destroyed here
     }
     OFLOG_DEBUG(logger, "Applying: " << key);
     value->assignTo(&item, target);

@@ -30,7 +30,7 @@ bool readTag(const std::string& text, unsigned int& group, unsigned int& element
 {
     constexpr std::size_t kTagBytes = 11;
     if (text.size() != kTagBytes) return false;
-    // The everyday tag, eight digits, without the cost of a scan.
+    // Most tags are eight plain digits: these are read here, since sscanf() costs many times more.
     const char* s = text.c_str();
     const bool isPlain =
         s[5] == ',' && std::all_of(s + 1, s + 5, kxmap::isHexDigit) && std::all_of(s + 6, s + 10, kxmap::isHexDigit);
@@ -38,7 +38,7 @@ bool readTag(const std::string& text, unsigned int& group, unsigned int& element
     return kxmap::readHex4(s + 1, group) && kxmap::readHex4(s + 6, element);
 }
 
-/// A number in hexadecimal digits, blanks in front of them up to four; in no locale.
+/// A number in hexadecimal digits, padded with blanks in front to a width of four; in no locale.
 std::string hex4(unsigned int number)
 {
     std::array<char, 12> digits;
