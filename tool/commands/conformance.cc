@@ -33,23 +33,40 @@ struct Options {
     bool isOutbound = false;
 };
 
-/// A line that the engine drops: what it should have done is not done.
-struct DroppedLine {
-    std::string source; ///< "global/pre.map:12"
-    std::string text;
-};
-
 /// What one AE title gets.
 struct Section {
     std::string aeTitle; ///< empty: everybody without a mapping of their own
-    std::vector<DroppedLine> dropped;
+    std::vector<CoercionRow>
+        dropped; ///< lines that the engine drops, as values: what they should have done is not done
     std::vector<CoercionRow> rows;
 };
 
-/// Reads each mapping file once, and says what is dropped of it.
-class FileStore {
+/// Makes the tables of a folder, and reads each mapping file once.
+class SectionMaker {
 public:
-    const RuleFile& get(const fs::path& path)
+    SectionMaker(fs::path folder, Direction direction) : folder_(std::move(folder)), direction_(direction) {}
+
+    Section make(const std::string& aeTitle)
+    {
+        Section section{aeTitle, {}, {}};
+        std::vector<const RuleFile*> files;
+        for (const MappingSlot& slot : slotsFor(folder_, direction_, aeTitle)) {
+            if (!slot.isThere) continue;
+            files.push_back(&read(folder_ / slot.name));
+            for (const RuleLine& line : files.back()->lines) {
+                const std::string place = fmt::format("{}:{}", shownUtf8(slot.name.native()), line.line);
+                if (line.isLost())
+                    section.dropped.push_back({"", "", "line is dropped", shownUtf8(line.text), "", place});
+            }
+        }
+        section.rows = coercionTable(files, folder_);
+        return section;
+    }
+
+    bool hasBadLines() const { return hasBadLines_; }
+
+private:
+    const RuleFile& read(const fs::path& path)
     {
         const auto [at, isNew] = files_.try_emplace(path);
         if (!isNew) return at->second;
@@ -62,29 +79,12 @@ public:
         }
         return at->second;
     }
-    bool hasBadLines() const { return hasBadLines_; }
 
-private:
+    fs::path folder_;
+    Direction direction_;
     std::map<fs::path, RuleFile> files_;
     bool hasBadLines_ = false;
 };
-
-Section sectionFor(const fs::path& folder, Direction direction, const std::string& aeTitle, FileStore& store)
-{
-    Section section{aeTitle, {}, {}};
-    std::vector<const RuleFile*> files;
-    for (const MappingSlot& slot : slotsFor(folder, direction, aeTitle)) {
-        if (!slot.isThere) continue;
-        files.push_back(&store.get(folder / slot.name));
-        for (const RuleLine& line : files.back()->lines) {
-            if (line.isLost())
-                section.dropped.push_back(
-                    {fmt::format("{}:{}", shownUtf8(slot.name.native()), line.line), shownUtf8(line.text)});
-        }
-    }
-    section.rows = coercionTable(files, folder);
-    return section;
-}
 
 // Everything that Markdown would read as its own is spelled out; a line feed becomes a break within the cell.
 std::string markdown(std::string_view text)
@@ -104,53 +104,38 @@ std::string markdown(std::string_view text)
 void printMarkdownRow(const std::vector<std::string>& cells)
 {
     std::string line = "|";
-    for (const std::string& cell : cells) line += cell.empty() ? " |" : " " + cell + " |";
+    for (const std::string& cell : cells) line += cell.empty() ? " |" : " " + markdown(cell) + " |";
     printLine(line);
-}
-
-std::string headOf(const Section& section, bool isOutbound)
-{
-    const char* movement = isOutbound ? "sent to" : "received from";
-    if (section.aeTitle.empty()) return fmt::format("Datasets {} any other AE title", movement);
-    return fmt::format("Datasets {} {}", movement, markdown(shownUtf8(section.aeTitle)));
 }
 
 void printMarkdownSection(const Section& section, bool isOutbound)
 {
-    printLine("");
-    printLine("### " + headOf(section, isOutbound));
-    printLine("");
+    const std::string whom = section.aeTitle.empty() ? "any other AE title" : markdown(shownUtf8(section.aeTitle));
+    printLine(fmt::format("\n### Datasets {} {}\n", isOutbound ? "sent to" : "received from", whom));
     if (!section.dropped.empty()) {
-        std::string places;
-        for (const DroppedLine& line : section.dropped) places += (places.empty() ? "" : ", ") + markdown(line.source);
-        printLine(fmt::format("Dropped by the engine, so that they have no row: {}.", places));
-        printLine("");
+        std::vector<std::string> places;
+        for (const CoercionRow& line : section.dropped) places.push_back(markdown(line.source));
+        printLine(fmt::format("Dropped by the engine, so that they have no row: {}.\n", fmt::join(places, ", ")));
     }
-    if (section.rows.empty()) {
-        printLine("No attributes are coerced.");
-        return;
-    }
+    if (section.rows.empty()) return printLine("No attributes are coerced.");
     printMarkdownRow({"Attribute", "Tag", "Action", "Value", "Condition", "Rule"});
-    printMarkdownRow({"---", "---", "---", "---", "---", "---"});
-    for (const CoercionRow& row : section.rows) {
-        printMarkdownRow({markdown(row.attribute), markdown(row.tag), row.action, markdown(row.value),
-                          markdown(row.condition), markdown(row.source)});
-    }
+    printLine("| --- | --- | --- | --- | --- | --- |");
+    for (const CoercionRow& row : section.rows)
+        printMarkdownRow({row.attribute, row.tag, row.action, row.value, row.condition, row.source});
 }
+
+constexpr const char* kMarkdownHead = R"(## Attribute coercion
+
+Attributes of datasets are changed {}, by the rules below in the order of the tables; each rule
+sees the dataset as the ones above it left it. A row without a condition always applies; "modified" and
+"removed" apply where the attribute is present, "added" where it is absent. "It" is the attribute of the
+row. Braces within a value stand for the text of what they name, which is nothing where that is absent.
+Rules see texts alone: attributes whose VR is one of numbers, bytes or sequences are empty to them, and so
+are those of the VR UN, as private attributes often are. Such an attribute is copied whole to one of its VR.)";
 
 void printMarkdown(const std::vector<Section>& sections, bool isOutbound)
 {
-    printLine("## Attribute coercion");
-    printLine("");
-    printLine(
-        fmt::format("Attributes of datasets are changed {}, by the rules below in the order of the tables; each rule",
-                    isOutbound ? "before they are sent" : "when they are received"));
-    printLine(
-        "sees the dataset as the ones above it left it. A row without a condition always applies; \"modified\" and");
-    printLine("\"removed\" apply where the attribute is present, \"added\" where it is absent. \"It\" is the attribute "
-              "of the");
-    printLine(
-        "row. Braces within a value stand for the text of what they name, which is nothing where that is absent.");
+    printLine(fmt::format(kMarkdownHead, isOutbound ? "before they are sent" : "when they are received"));
     for (const Section& section : sections) printMarkdownSection(section, isOutbound);
 }
 
@@ -177,13 +162,11 @@ void printCsv(const std::vector<Section>& sections, bool isOutbound)
 {
     printCsvRecord({"Direction", "AE title", "Attribute", "Tag", "Action", "Value", "Condition", "Rule"});
     for (const Section& section : sections) {
-        const char* direction = isOutbound ? "outbound" : "inbound";
         const std::string title = section.aeTitle.empty() ? "(any other)" : shownUtf8(section.aeTitle);
-        for (const DroppedLine& line : section.dropped)
-            printCsvRecord({direction, title, "", "", "line is dropped", line.text, "", line.source});
-        for (const CoercionRow& row : section.rows) {
-            printCsvRecord(
-                {direction, title, row.attribute, row.tag, row.action, row.value, row.condition, row.source});
+        for (const auto* rows : {&section.dropped, &section.rows}) {
+            for (const CoercionRow& row : *rows)
+                printCsvRecord({isOutbound ? "outbound" : "inbound", title, row.attribute, row.tag, row.action,
+                                row.value, row.condition, row.source});
         }
     }
 }
@@ -199,12 +182,12 @@ int runConformance(const Options& options)
         titles = titlesIn(folder, direction);
         titles.emplace_back(); // any other
     }
-    FileStore store;
+    SectionMaker maker(folder, direction);
     std::vector<Section> sections;
-    for (const std::string& title : titles) sections.push_back(sectionFor(folder, direction, title, store));
+    for (const std::string& title : titles) sections.push_back(maker.make(title));
     if (options.format == "csv") printCsv(sections, options.isOutbound);
     else printMarkdown(sections, options.isOutbound);
-    return store.hasBadLines() ? kShortcoming : kAllGood;
+    return maker.hasBadLines() ? kShortcoming : kAllGood;
 }
 
 } // namespace

@@ -1,17 +1,17 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The engine's own targets and evaluators, on a dataset of one element.
+// The engine's own targets, on a dataset of one element.
 #include "tool/conformance/conformanceprobe.h"
 
 #include "KXItem.h"
+#include "kxmap.h"
 #include "tool/dicom/elements.h"
-#include "tool/record/recorder.h"
 
 #include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcsequen.h>
 
-#include <algorithm>
 #include <cmath>
 #include <cstdlib>
+#include <functional>
 #include <memory>
 #include <tuple>
 
@@ -53,8 +53,9 @@ void insert(DcmDataset& dataset, std::unique_ptr<DcmElement> element)
     if (element && dataset.insert(element.get()).good()) std::ignore = element.release(); // the dataset owns it now
 }
 
-template <typename Write>
-std::optional<std::string> writeToAbsent(const DcmTagKey& target, Write write)
+using Write = std::function<void(DcmDataset&)>;
+
+std::optional<std::string> writeToAbsent(const DcmTagKey& target, const Write& write)
 {
     DcmDataset dataset;
     write(dataset);
@@ -62,8 +63,7 @@ std::optional<std::string> writeToAbsent(const DcmTagKey& target, Write write)
     return element == nullptr ? std::nullopt : std::optional(shownText(*element));
 }
 
-template <typename Write>
-std::optional<std::string> writeToPresent(const DcmTagKey& target, Write write)
+std::optional<std::string> writeToPresent(const DcmTagKey& target, const Write& write)
 {
     std::string held;
     for (const Sample sample : {Sample::First, Sample::Second}) {
@@ -77,12 +77,6 @@ std::optional<std::string> writeToPresent(const DcmTagKey& target, Write write)
     return std::nullopt;
 }
 
-template <typename Write>
-Written writtenBy(const DcmTagKey& target, Write write)
-{
-    return {writeToAbsent(target, write), writeToPresent(target, write)};
-}
-
 void assign(DcmDataset& dataset, const DcmTagKey& target, Value& value)
 {
     MappingSession session;
@@ -90,36 +84,28 @@ void assign(DcmDataset& dataset, const DcmTagKey& target, Value& value)
     LVDicomTag(DcmTag(target)).assignValue(session, &value);
 }
 
-bool isConstant(const Expression& expression)
-{
-    if (expression.func == nullptr) return true;
-    for (const FunctionDef* reader : {&f_var, &f_user, &f_seq, &f_rnd}) {
-        if (expression.func == reader) return false;
-    }
-    if (expression.func == &f_empty && expression.params.size() != 1) return false; // a tag
-    return std::ranges::all_of(expression.params, [](const Expression* each) { return isConstant(*each); });
-}
-
 } // namespace
 
 Written writeText(const DcmTagKey& target, const std::string& text)
 {
-    return writtenBy(target, [&](DcmDataset& dataset) {
+    const Write write = [&](DcmDataset& dataset) {
         StringValue value(text.c_str());
         assign(dataset, target, value);
-    });
+    };
+    return {writeToAbsent(target, write), writeToPresent(target, write)};
 }
 
 Written writeElement(const DcmTagKey& target, const DcmTagKey& source, bool isText)
 {
     const std::unique_ptr<DcmElement> element = sampleElement(source, Sample::First);
     if (!element) return {};
-    return writtenBy(target, [&](DcmDataset& dataset) {
+    const Write write = [&](DcmDataset& dataset) {
         TagValue copied(element.get());
         StringValue text(copied.getString());
         if (isText) assign(dataset, target, text);
         else assign(dataset, target, copied);
-    });
+    };
+    return {writeToAbsent(target, write), writeToPresent(target, write)};
 }
 
 bool holds(const std::optional<std::string>& written, const std::string& text)
@@ -135,16 +121,16 @@ bool holds(const std::optional<std::string>& written, const std::string& text)
            std::abs(number - held) <= 1e-5 * std::abs(number);
 }
 
+bool canBeMade(const DcmTagKey& key)
+{
+    const std::unique_ptr<DcmElement> element = emptyElement(key);
+    return element && element->getTag().getEVR() != EVR_UNKNOWN;
+}
+
 bool isSeenAsText(const DcmTagKey& key)
 {
     const std::unique_ptr<DcmElement> element = emptyElement(key);
-    return !element || element->getTag().getEVR() == EVR_UNKNOWN || hasText(*element);
-}
-
-bool hasOpenVr(const DcmTagKey& key)
-{
-    const std::unique_ptr<DcmElement> element = emptyElement(key);
-    return element && !DcmVR(element->getTag().getEVR()).isStandard();
+    return !canBeMade(key) || hasText(*element);
 }
 
 std::string vrOf(const DcmTagKey& key)
@@ -153,11 +139,9 @@ std::string vrOf(const DcmTagKey& key)
     return element ? vrOf(*element) : "";
 }
 
-std::optional<Constant> constantOf(const Expression& expression)
+bool isSettledVr(const DcmTagKey& key)
 {
-    if (!isConstant(expression)) return std::nullopt;
-    MappingSession nothing;
-    return Constant{evaluate(const_cast<Expression&>(expression), nothing).value}; // evaluating changes no tree
+    return canBeMade(key) && DcmVR(emptyElement(key)->getTag().getEVR()).isStandard();
 }
 
 } // namespace kxtool

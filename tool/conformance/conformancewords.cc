@@ -1,333 +1,370 @@
 // SPDX-License-Identifier: BSD-3-Clause
-// The values of expressions in words, and the cases that a rule distinguishes.
 #include "tool/conformance/conformancewords.h"
 
-#include "tool/conformance/conformanceparts.h"
 #include "tool/conformance/conformanceprobe.h"
 #include "tool/console/table.h"
+#include "tool/rules/builtins.h"
 
 #include <fmt/format.h>
-#include <sstream>
-#include <utility>
+
+#include <algorithm>
 
 namespace kxtool {
 namespace {
 
-bool isArithmetic(const Expression& expression)
+using Presence = Known::Presence;
+using Text = std::optional<std::string>;
+
+constexpr int kMostSteps = 24;          // parts of one sentence
+constexpr std::size_t kLongest = 260;   // bytes of one sentence
+constexpr std::size_t kMostClauses = 3; // of one condition
+
+Text shortEnough(Text text)
 {
-    return expression.func == &f_add || expression.func == &f_sub || expression.func == &f_mul ||
-           expression.func == &f_div || expression.func == &f_mod;
+    return text && text->size() <= kLongest ? text : std::nullopt;
 }
 
-std::string rawText(const Expression& expression)
+bool isConstantText(const Known& known, const char* text)
 {
-    std::ostringstream text;
-    text << expression;
-    return shownUtf8(text.str());
+    return known.isConstant() && !known.isNever() && *known.text == text;
+}
+
+/// Clauses that say together what one says, too.
+void mergeClauses(std::vector<std::string>& clauses)
+{
+    constexpr std::string_view kPresent = " is present";
+    constexpr std::string_view kAbsent = " is absent";
+    const auto has = [&](const std::string& clause) { return std::ranges::find(clauses, clause) != clauses.end(); };
+    const auto isSaid = [&](const std::string& clause) {
+        const std::string who = clause.substr(0, clause.rfind(" is "));
+        if (clause.ends_with(kPresent)) return has(who + " has a value");
+        return clause.ends_with(kAbsent) && has(who + " is absent or empty");
+    };
+    for (std::string& clause : clauses) {
+        if (!clause.ends_with(" is empty")) continue;
+        const std::string who = clause.substr(0, clause.rfind(" is "));
+        if (has(who + std::string(kAbsent))) clause = who + " is absent or empty";
+    }
+    std::erase_if(clauses, isSaid);
 }
 
 } // namespace
 
-Words::Words(const History& history, ElementRef target, std::size_t now)
-    : history_(history), target_(std::move(target)), now_(now)
+std::string quoted(const std::string& text)
 {
+    return text.empty() ? "an empty value" : '"' + shownUtf8(text) + '"';
 }
 
-Condition Words::targetIsPresent() const
+// Values -------------------------------------------------------------------------------------------------------------
+
+Text Words::value(const Outcome& outcome)
 {
-    return elementIs(target_, now_, false);
+    if (outcome.isTable) return table(*outcome.value, outcome.moment);
+    const auto path = Facts::pathOf(*outcome.value);
+    if (path && *path != target_) return "copied from " + element(*path, outcome.moment);
+    return shortEnough(value(*outcome.value, outcome.moment));
 }
 
-Words::Resolved Words::resolveVariable(const std::string& name, std::size_t moment)
+Text Words::value(const Expression& node, std::size_t moment)
 {
-    static Expression absent;
-    absent.func = &f_NULL;
-    const std::string words = fmt::format("the variable \"{}\"", shownUtf8(name));
-    const std::vector<const History::Source*> written = history_.variable(name, moment);
-    if (written.empty() && name.starts_with('@')) return {nullptr, 0, words}; // the server may have set it
-    // The first write wins, and NULL clears the name for a later one.
-    std::vector<const History::Source*> sources;
-    bool isSet = false;
-    for (const History::Source* source : written) {
-        const Condition isThere = isPresent(*source->expression, source->moment);
-        if (isThere.isNever()) sources.clear();
-        else if (!isSet || !isThere.isAlways()) sources.push_back(source);
-        isSet = !sources.empty() && isThere.isAlways();
+    if (++steps_ > kMostSteps) return std::nullopt;
+    const Known known = facts_.of(node, moment);
+    if (known.isNever()) return "nothing";
+    if (known.text) return quoted(*known.text);
+    if (const auto path = Facts::pathOf(node)) return elementText(*path, moment);
+    if (const History::Source* source = facts_.sourceOf(node, moment))
+        return value(*source->expression, source->moment);
+    switch (wayOf(node)) {
+    case Way::Brackets:
+        return value(argument(node, 0), moment);
+    case Way::Variable:
+    case Way::Field:
+        return subject(node, moment);
+    case Way::Choice:
+        return choice(node, moment);
+    case Way::FirstPresent:
+        return first(node, moment);
+    case Way::Found:
+        return value(argument(node, 1), moment);
+    case Way::Joined:
+        return plus("\"", joined(node, moment), "\"");
+    case Way::Computed:
+    case Way::Drawn:
+        return filled(builtinOf(node.func).value, node, moment);
+    default: // a tag that is computed, or a table within a sentence
+        return std::nullopt;
     }
-    if (sources.empty()) return {&absent, 0, {}};
-    if (sources.size() == 1 && !isTooMuch()) return {sources.front()->expression, sources.front()->moment, {}};
+}
+
+std::string Words::element(const ElementPath& path, std::size_t moment) const
+{
+    const std::string state = facts_.history().stateOf(path, moment);
+    return path == target_ && state.empty() ? "it" : nameAndTag(path) + state;
+}
+
+/// What rules see of an element.
+std::string Words::elementText(const ElementPath& path, std::size_t moment) const
+{
+    const std::string name = element(path, moment);
+    if (isSeenAsText(tagAt(path))) return name == "it" ? "its value" : name;
+    return fmt::format("{} ({} has none)", name == "it" ? "its text" : "the text of " + name, vrOf(tagAt(path)));
+}
+
+/// A variable or field of a name that is spelled out, where no rule alone sets it.
+Text Words::subject(const Expression& node, std::size_t moment)
+{
+    const Expression& name = argument(node, 0);
+    if (name.text == nullptr) return std::nullopt;
+    const std::string shown = shownUtf8(name.text);
+    if (wayOf(node) == Way::Field) return fmt::format("the study record's field \"{}\"", shown);
     std::string places;
-    for (const History::Source* source : sources) places += (places.empty() ? "" : ", ") + source->place;
-    return {nullptr, 0, fmt::format("{} ({})", words, places)};
+    for (const History::Source* source : facts_.history().variable(name.text, moment))
+        places += (places.empty() ? " (" : ", ") + source->place;
+    return fmt::format("the variable \"{}\"{}{}", shown, places, places.empty() ? "" : ")");
 }
 
-Words::Resolved Words::resolveField(const std::string& name, std::size_t moment)
+Text Words::choice(const Expression& call, std::size_t moment)
 {
-    if (const History::Source* source = history_.field(name, moment); source != nullptr && !isTooMuch())
-        return {source->expression, source->moment, {}};
-    return {nullptr, 0, fmt::format("the study record's field \"{}\"", shownUtf8(name))};
-}
-
-Words::Resolved Words::resolve(const Expression& expression, std::size_t moment)
-{
-    Resolved resolved{&expression, moment, {}};
-    while (resolved.expression != nullptr) {
-        const Expression& at = *resolved.expression;
-        const bool isBracket = (at.func == &f_empty || at.func == &f_root) && at.params.size() == 1;
-        const bool isName = (at.func == &f_var || at.func == &f_user) && isText(parameter(at, 0));
-        if (!isBracket && !isName) {
-            resolved.expression = &folded(at);
-            return resolved;
-        }
-        const bool wasText = resolved.isText;
-        if (isBracket) resolved.expression = &parameter(at, 0);
-        else if (at.func == &f_var) resolved = resolveVariable(textOf(parameter(at, 0)), resolved.moment);
-        else resolved = resolveField(textOf(parameter(at, 0)), resolved.moment);
-        resolved.isText = wasText || isName;
+    const Presence presence = facts_.of(argument(call, 0), moment).presence;
+    if (presence != Presence::Perhaps) return value(argument(call, presence == Presence::Always ? 1 : 2), moment);
+    for (const std::size_t only : {1U, 2U}) { // where there is a value at all, it is that
+        if (facts_.of(argument(call, 3 - only), moment).isNever()) return value(argument(call, only), moment);
     }
-    return resolved;
+    const Text condition = all(shortened({{&argument(call, 0), moment}}, facts_));
+    const Text then = value(argument(call, 1), moment);
+    const Text otherwise = value(argument(call, 2), moment);
+    if (!condition || !then || !otherwise) return std::nullopt;
+    return fmt::format("{} if {}, otherwise {}", *then, *condition, *otherwise);
 }
 
-/// What always comes to the same is that.
-const Expression& Words::folded(const Expression& expression)
+Text Words::first(const Expression& call, std::size_t moment)
 {
-    if (isText(expression) || expression.func == &f_NULL) return expression;
-    const auto [at, isNew] = constants_.try_emplace(&expression);
-    if (isNew) {
-        if (const auto constant = constantOf(expression)) {
-            at->second = std::make_unique<Expression>();
-            if (constant->text) at->second->text = newdup(constant->text->c_str());
-            else at->second->func = &f_NULL;
-        }
-    }
-    return at->second ? *at->second : expression;
-}
-
-bool Words::hasNoText(const Expression& expression, std::size_t moment)
-{
-    const Resolved resolved = resolve(expression, moment);
-    const auto element = resolved.expression == nullptr ? std::nullopt : elementOf(*resolved.expression);
-    return element && !isSeenAsText(element->tag());
-}
-
-std::string Words::elementWords(const ElementRef& element, std::size_t moment, const char* forTarget) const
-{
-    const std::string state = history_.stateOf(element, moment);
-    return state.empty() && element.key() == target_.key() ? forTarget : element.words() + state;
-}
-
-bool Words::isTarget(const Expression& expression, std::size_t moment)
-{
-    const Resolved resolved = resolve(expression, moment);
-    if (resolved.expression == nullptr) return false;
-    const auto element = elementOf(*resolved.expression);
-    return element && elementWords(*element, resolved.moment, "").empty();
-}
-
-std::string Words::value(const Expression& expression, std::size_t moment)
-{
-    if (isTooMuch()) return {};
-    const Resolved resolved = resolve(expression, moment);
-    if (resolved.expression == nullptr) return resolved.unresolved;
-    if (isText(*resolved.expression)) {
-        const std::string text = textOf(*resolved.expression);
-        return text.empty() ? "an empty value" : quotedText(text.c_str());
-    }
-    if (const auto element = elementOf(*resolved.expression))
-        return elementWords(*element, resolved.moment, "its value");
-    return callValue(*resolved.expression, resolved.moment);
-}
-
-/// As a number in a sentence: without quotes where it is one, in brackets where it is computed. The engine reads the number
-/// that a text begins with and ignores the rest.
-std::string Words::operand(const Expression& expression, std::size_t moment)
-{
-    const Resolved resolved = resolve(expression, moment);
-    if (resolved.expression == nullptr) return resolved.unresolved;
-    if (const auto number = readNumber(*resolved.expression)) return std::to_string(*number);
-    const std::string words = value(*resolved.expression, resolved.moment);
-    if (isArithmetic(*resolved.expression)) return "(" + words + ")";
-    const auto element = elementOf(*resolved.expression);
-    const bool isPlain = element ? element->isWholeNumber() : isNumeric(*resolved.expression);
-    return isPlain ? words : "the whole number at the start of " + words;
-}
-
-std::string Words::callValue(const Expression& call, std::size_t moment)
-{
-    const FunctionDef* function = call.func;
-    const auto words = [&](std::size_t index) { return value(parameter(call, index), moment); };
-    const auto joined = [&](const char* between) {
-        std::string text;
-        for (const Expression* each : call.params) text += (text.empty() ? "" : between) + operand(*each, moment);
-        return text;
-    };
-    if (function == &f_NULL) return "nothing";
-    if (function == &f_if) {
-        const Condition condition = isPresent(parameter(call, 0), moment).given(known_);
-        if (condition.isAlways() || condition.isNever()) return words(condition.isAlways() ? 1 : 2);
-        return fmt::format("{} if {}, otherwise {}", words(1), condition.text(), words(2));
-    }
-    if (function == &f_or) {
-        std::string text;
-        for (const Expression* each : call.params) {
-            const Condition isThere = isPresent(*each, moment).given(known_);
-            if (isThere.isNever()) continue;
-            text += (text.empty() ? "" : " or, where it is absent, ") + value(*each, moment);
-            if (isThere.isAlways()) break;
-        }
-        return text.empty() ? "nothing" : text;
-    }
-    if (function == &f_and || function == &f_not || function == &f_equals || function == &f_between) return "\"true\"";
-    if (function == &f_contains) return words(1);
-    if (function == &f_concat) return '"' + pattern(call, moment) + '"';
-    if (function == &f_toUpper) return words(0) + " in upper case";
-    if (function == &f_toLower) return words(0) + " in lower case";
-    if (function == &f_strlen) return fmt::format("the length of {} in bytes", words(0));
-    if (function == &f_indexof)
-        return fmt::format("the offset of {} in {} (-1 where it does not occur)", words(1), words(0));
-    if (function == &f_split || function == &f_substr || function == &f_root) return pieceValue(call, moment);
-    if (function == &f_add) return joined(" plus ");
-    if (function == &f_sub) return joined(" minus ");
-    if (function == &f_mul) return joined(" times ");
-    if (function == &f_div) return joined(" divided by ") + " without its fraction";
-    if (function == &f_mod) return "the remainder of " + joined(" divided by ");
-    if (function == &f_dicomAge) return fmt::format("the age on {}, counted from {}", words(0), words(1));
-    if (function == &f_rnd || function == &f_codenumber || function == &f_codestring) return codeValue(call, moment);
-    if (function == &f_translate) return table(call, moment, "; ");
-    return "what " + rawText(call) + " refers to";
-}
-
-std::string Words::codeValue(const Expression& call, std::size_t moment)
-{
-    const std::string subject = value(parameter(call, 0), moment);
-    if (call.func == &f_codenumber) return fmt::format("a code of as many digits for {}", subject);
-    if (call.func == &f_codestring) {
-        const std::string code = fmt::format("a code for the first 64 bytes of {}, of the same length", subject);
-        return call.params.size() == 1
-                   ? code
-                   : fmt::format("{} and without any of {}", code, value(parameter(call, 1), moment));
-    }
-    const std::string range = fmt::format("whole number from 0 to less than {}", operand(parameter(call, 0), moment));
-    if (call.params.size() == 1) return "a random " + range;
-    const Expression& seed = parameter(call, 1);
-    const bool isSeeded = isPresent(seed, moment).given(known_).isAlways();
-    return fmt::format("a {} that depends on {} alone{}", range, value(seed, moment),
-                       isSeeded ? "" : " (a random one where that is absent)");
-}
-
-std::string Words::pieceValue(const Expression& call, std::size_t moment)
-{
-    const std::string text = value(parameter(call, 0), moment);
-    if (call.func == &f_substr) {
-        const std::string start = operand(parameter(call, 1), moment);
-        if (call.params.size() == 2)
-            return start == "0" ? text : fmt::format("{} without its first {} bytes", text, start);
-        const std::string length = operand(parameter(call, 2), moment);
-        if (start == "0") return fmt::format("the first {} bytes of {}", length, text);
-        return fmt::format("at most {} bytes of {} after its first {}", length, text, start);
-    }
-    const std::string separator = value(parameter(call, 1), moment);
-    const auto n = readNumber(parameter(call, 2));
-    if (n && *n <= 1) return fmt::format("{} up to the first {}", text, separator);
-    if (n && *ordinal(*n) != '\0') return fmt::format("the {} part of {}, divided at {}", ordinal(*n), text, separator);
-    return fmt::format("part {} of {}, divided at {}", operand(parameter(call, 2), moment), text, separator);
-}
-
-/// A text with its changing parts in braces.
-std::string Words::pattern(const Expression& expression, std::size_t moment)
-{
-    const Resolved resolved = resolve(expression, moment);
-    if (resolved.expression == nullptr || isTooMuch()) return '{' + resolved.unresolved + '}';
-    if (isText(*resolved.expression)) return shownUtf8(textOf(*resolved.expression));
-    if (hasNoText(*resolved.expression, resolved.moment)) return {};
-    if (resolved.expression->func != &f_concat) return '{' + value(*resolved.expression, resolved.moment) + '}';
     std::string text;
-    for (const Expression* each : resolved.expression->params) text += pattern(*each, resolved.moment);
+    for (const Expression* each : call.params) {
+        const Known known = facts_.of(*each, moment);
+        if (known.isNever()) continue;
+        const Text one = value(*each, moment);
+        if (!one) return one;
+        text += (text.empty() ? "" : " or, where there is none, ") + *one;
+        if (known.isAlways()) break;
+    }
     return text;
 }
 
-std::string Words::table(const Expression& call, std::size_t moment, const char* separator)
+/// A text with its changing parts in braces.
+Text Words::joined(const Expression& call, std::size_t moment)
 {
-    const Expression& subject = parameter(call, 0);
-    std::string text = isTarget(subject, moment) ? "" : fmt::format("recoded from {}:", value(subject, moment));
-    for (std::size_t i = 2; i + 1 < call.params.size(); i += 2) {
-        const Expression& from = parameter(call, i);
-        const Expression& to = parameter(call, i + 1);
-        if (i > 2 || *separator == '\n') text += text.empty() ? "" : separator;
-        else if (!text.empty()) text += ' ';
-        text += from.func == &f_NULL ? "absence" : value(from, moment);
-        text += to.func == &f_NULL ? " is removed" : " becomes " + value(to, moment);
-    }
-    if (*separator == '\n') return text;
-    return fmt::format("{}{}anything else {}", text, call.params.size() > 2 ? separator : "",
-                       value(parameter(call, 1), moment));
-}
-
-std::vector<RuleOutcome> Words::outcomes(const Expression& root)
-{
-    std::vector<RuleOutcome> found;
-    addOutcomes(root, now_, Condition::always(true), found);
-    return found;
-}
-
-void Words::addOutcomes(const Expression& expression, std::size_t moment, const Condition& known,
-                        std::vector<RuleOutcome>& out)
-{
-    if (known.isNever() || isTooMuch()) return;
-    const Resolved resolved = resolve(expression, moment);
-    if (resolved.expression != nullptr) {
-        const Expression& call = *resolved.expression;
-        if (call.func == &f_if) return addIf(call, resolved.moment, known, out);
-        if (call.func == &f_or) return addOr(call, resolved.moment, known, out);
-        if (call.func == &f_translate && call.params.size() > 2) return addTranslate(call, resolved.moment, known, out);
-    }
-    const Condition isThere = isPresent(expression, moment);
-    const Condition there = Condition::all({known, isThere});
-    const Condition absent = Condition::all({known, !isThere});
-    if (!there.isNever()) {
-        known_ = there;
-        RuleOutcome outcome{there, value(expression, moment), isTarget(expression, moment)};
-        outcome.isText = resolved.isText;
-        if (resolved.expression != nullptr) {
-            outcome.source = elementOf(*resolved.expression);
-            if (outcome.source) outcome.value = "copied from " + *outcome.value;
-            if (isText(*resolved.expression)) outcome.literal = textOf(*resolved.expression);
-            outcome.isNumber = isNumeric(*resolved.expression);
-        }
-        out.push_back(std::move(outcome));
-    }
-    if (!absent.isNever()) out.push_back({absent, std::nullopt});
-}
-
-void Words::addIf(const Expression& call, std::size_t moment, const Condition& known, std::vector<RuleOutcome>& out)
-{
-    const Condition condition = isPresent(parameter(call, 0), moment);
-    addOutcomes(parameter(call, 1), moment, Condition::all({known, condition}), out);
-    addOutcomes(parameter(call, 2), moment, Condition::all({known, !condition}), out);
-}
-
-void Words::addOr(const Expression& call, std::size_t moment, const Condition& known, std::vector<RuleOutcome>& out)
-{
-    Condition left = known; // where none of those before is there
+    std::string text;
     for (const Expression* each : call.params) {
-        const Condition isThere = isPresent(*each, moment);
-        addOutcomes(*each, moment, Condition::all({left, isThere}), out);
-        left = Condition::all({left, !isThere});
+        const Known known = facts_.of(*each, moment);
+        if (known.isNever()) continue;
+        const bool isNested = wayOf(*each) == Way::Joined;
+        const Text part = known.isConstant() ? Text(shownUtf8(*known.text))
+                          : isNested         ? joined(*each, moment)
+                                             : plus("{", value(*each, moment), "}");
+        if (!part) return part;
+        text += *part;
     }
-    if (!left.isNever()) out.push_back({left, std::nullopt});
+    return text;
 }
 
-void Words::addTranslate(const Expression& call, std::size_t moment, const Condition& known,
-                         std::vector<RuleOutcome>& out)
+Text Words::table(const Expression& call, std::size_t moment)
 {
-    const Condition isMatch = isTranslated(call, moment);
-    const Condition match = Condition::all({known, isMatch});
-    if (!match.isNever()) {
-        known_ = match;
-        const Fact* fact = isMatch.asFact();
-        out.push_back({match, table(call, moment, "\n"), false, fact == nullptr ? "" : fact->yes});
+    const Expression& subject = argument(call, 0);
+    std::string text;
+    if (!facts_.isTarget(subject, moment)) {
+        const Text words = value(subject, moment);
+        if (!words) return words;
+        text = fmt::format("recoded from {}:", *words);
     }
-    addOutcomes(parameter(call, 1), moment, Condition::all({known, !isMatch}), out);
+    for (std::size_t i = 2; i + 1 < call.params.size(); i += 2) {
+        const Known from = facts_.of(argument(call, i), moment);
+        const Known to = facts_.of(argument(call, i + 1), moment);
+        const Text fromWords = from.isNever() ? Text("absence") : value(argument(call, i), moment);
+        const Text toWords =
+            to.isNever() ? Text(" is removed") : plus(" becomes ", value(argument(call, i + 1), moment));
+        if (!fromWords || !toWords || (!to.isNever() && !to.isAlways())) return std::nullopt;
+        steps_ = 0; // each line is a sentence
+        text += (text.empty() ? "" : "\n") + *fromWords + *toWords;
+    }
+    return text;
+}
+
+// Conditions ----------------------------------------------------------------------------------------------------------
+
+Text Words::all(const std::vector<Condition>& conditions)
+{
+    std::vector<std::string> clauses;
+    for (const Condition& condition : conditions) {
+        Facts others(facts_);
+        for (const Condition& other : conditions) {
+            if (&other != &condition) others.add(other);
+        }
+        Words words(others, target_, value_);
+        words.steps_ = steps_;
+        const Text text = words.clause(condition);
+        steps_ = words.steps_;
+        if (!text) return text;
+        clauses.push_back(*text);
+    }
+    mergeClauses(clauses);
+    if (clauses.size() > kMostClauses) return std::nullopt;
+    return shortEnough(fmt::format("{}", fmt::join(clauses, " and ")));
+}
+
+Text Words::clause(const Condition& condition)
+{
+    return condition.isMatch ? match(condition) : presence(*condition.node, condition.moment, condition.holds);
+}
+
+Text Words::presence(const Expression& node, std::size_t moment, bool holds)
+{
+    if (++steps_ > kMostSteps || node.func == nullptr) return std::nullopt;
+    if (const auto path = Facts::pathOf(node)) return element(*path, moment) + (holds ? " is present" : " is absent");
+    if (const History::Source* source = facts_.sourceOf(node, moment))
+        return clause({source->expression, source->moment, holds});
+    std::vector<Condition> parts;
+    for (const Expression* each : node.params) parts.push_back({each, moment, holds});
+    switch (wayOf(node)) {
+    case Way::Brackets:
+        return clause(parts[0]);
+    case Way::Variable:
+    case Way::Field:
+        return plus("", subject(node, moment), holds ? " is set" : " is not set");
+    case Way::Equal:
+        return equality(argument(node, 0), argument(node, 1), moment, holds);
+    case Way::Not:
+        return clause({parts[0].node, moment, !holds});
+    case Way::AllPresent:
+        return holds ? all(shortened(parts, facts_)) : anyOf(parts);
+    case Way::FirstPresent:
+        return holds ? anyOf(parts) : all(shortened(parts, facts_));
+    case Way::Choice:
+        for (const std::size_t only : {1U, 2U}) {
+            if (!facts_.of(argument(node, 3 - only), moment).isNever()) continue;
+            const Condition way{&argument(node, 0), moment, holds == (only == 1)};
+            return holds ? all({way, parts[only]}) : anyOf({way, parts[only]});
+        }
+        return std::nullopt;
+    case Way::Joined:
+        return joinedPresence(node, moment, holds);
+    case Way::Found:
+    case Way::Computed:
+    case Way::Drawn:
+        return callPresence(node, moment, holds);
+    default:
+        return std::nullopt;
+    }
+}
+
+/// When a call is there: where the arguments are that it needs, or as its pattern says.
+Text Words::callPresence(const Expression& call, std::size_t moment, bool holds)
+{
+    const Builtin& builtin = builtinOf(call.func);
+    std::vector<Known> arguments;
+    std::vector<std::size_t> open;
+    for (std::size_t i = 0; i < call.params.size(); ++i) {
+        Known known = facts_.of(argument(call, i), moment);
+        const bool isNumber = Facts::needsNumber(call, i);
+        const bool isOpen = !known.isAlways() || (isNumber && readsAsNumber(known) != Presence::Always);
+        if (isOpen && Facts::needs(call, i)) {
+            known = known.with(Presence::Always);
+            known.beginsWithNumber = isNumber;
+            open.push_back(i);
+        }
+        arguments.push_back(known);
+    }
+    if (!builtin.of(arguments).isAlways()) return filled(holds ? builtin.holds : builtin.fails, call, moment);
+    std::string clauses;
+    for (const std::size_t i : open) {
+        const char* reads = holds ? " begins with a whole number" : " begins with no whole number";
+        const Text one = Facts::needsNumber(call, i) ? plus("", value(argument(call, i), moment), reads)
+                                                     : all(shortened({{&argument(call, i), moment, holds}}, facts_));
+        if (!one) return one;
+        clauses += (clauses.empty() ? "" : holds ? " and " : " or ") + *one;
+    }
+    return clauses;
+}
+
+/// When a joined text is not empty.
+Text Words::joinedPresence(const Expression& call, std::size_t moment, bool holds)
+{
+    std::vector<const Expression*> parts;
+    for (const Expression* each : call.params) {
+        if (facts_.of(*each, moment).most > 0 && !facts_.of(*each, moment).isNever()) parts.push_back(each);
+    }
+    const auto path = parts.size() == 1 ? Facts::pathOf(*parts.front()) : std::nullopt;
+    if (path && isSeenAsText(tagAt(*path)))
+        return element(*path, moment) + (holds ? " has a value" : " is absent or empty");
+    if (&call == value_) return holds ? "the value is not empty" : "the value would be empty";
+    return plus("", value(call, moment), holds ? " is not empty" : " is empty");
+}
+
+Text Words::anyOf(std::vector<Condition> conditions)
+{
+    std::erase_if(conditions, [this](const Condition& one) { return facts_.of(one) == Presence::Never; });
+    std::vector<std::string> clauses;
+    for (const Condition& condition : conditions) {
+        const Text text = all(shortened({condition}, facts_));
+        if (!text || text->find(" and ") != std::string::npos || text->find(" or ") != std::string::npos)
+            return conditions.size() == 1 ? text : std::nullopt;
+        clauses.push_back(*text);
+    }
+    mergeClauses(clauses);
+    if (clauses.size() == 1) return clauses.front();
+    if (clauses.empty() || clauses.size() > kMostClauses) return std::nullopt;
+    return fmt::format("either {}", fmt::join(clauses, " or "));
+}
+
+Text Words::equality(const Expression& a, const Expression& b, std::size_t moment, bool holds)
+{
+    if (wayOf(a) == Way::Brackets) return equality(argument(a, 0), b, moment, holds);
+    const Known left = facts_.of(a, moment);
+    const Known right = facts_.of(b, moment);
+    if (left.isConstant() && !right.isConstant()) return equality(b, a, moment, holds);
+    if (right.isNever()) return clause({&a, moment, !holds});
+    if (const History::Source* source = facts_.sourceOf(a, moment); source != nullptr && b.func == nullptr)
+        return equality(*source->expression, b, source->moment, holds);
+    if (!right.isConstant()) {
+        const Text words = value(a, moment);
+        const Text other = value(b, moment);
+        if (!words || !other || words == other) return std::nullopt;
+        return fmt::format("{} and {} {} the same", *words, *other, holds ? "are" : "are not");
+    }
+    const bool hasDefault = wayOf(a) == Way::FirstPresent && a.params.size() == 2 &&
+                            isConstantText(facts_.of(argument(a, 1), moment), right.text->c_str());
+    const Expression& compared = hasDefault ? argument(a, 0) : a;
+    const Way way = wayOf(compared);
+    const Text words = way == Way::FirstPresent || way == Way::Choice ? std::nullopt : value(compared, moment);
+    if (!words) return words;
+    const std::string who = words == "its value" && right.text->empty() ? "it" : *words;
+    const bool isThere = hasDefault || facts_.of(compared, moment).isAlways();
+    if (right.text->empty()) {
+        if (holds) return who + (hasDefault ? " is absent or empty" : " is empty");
+        return who + (isThere ? " has a value" : " is not empty");
+    }
+    const bool isNumber = compared.func != nullptr && builtinOf(compared.func).yieldsNumber;
+    const std::string what = isNumber ? shownUtf8(*right.text) : quoted(*right.text);
+    const char* are = who.find(" bytes of ") == std::string::npos ? "is" : "are";
+    if (!hasDefault) return fmt::format("{} {} {}{}", who, are, holds ? "" : "not ", what);
+    return fmt::format("{} is {} {}", who, holds ? "absent or" : "present and not", what);
+}
+
+/// That a pair of a table matches.
+Text Words::match(const Condition& condition)
+{
+    const Expression& call = *condition.node;
+    const Expression& subject = argument(call, 0);
+    if (call.params.size() == 4) return equality(subject, argument(call, 2), condition.moment, condition.holds);
+    std::vector<std::string> texts;
+    for (std::size_t i = 2; i + 1 < call.params.size(); i += 2) {
+        const Known from = facts_.of(argument(call, i), condition.moment);
+        if (!from.isConstant() || from.isNever()) return std::nullopt;
+        texts.push_back(quoted(*from.text));
+    }
+    const Text words = value(subject, condition.moment);
+    return plus("", words,
+                fmt::format(" is {} of {}", condition.holds ? "one" : "none", fmt::join(texts, ", ")).c_str());
 }
 
 } // namespace kxtool

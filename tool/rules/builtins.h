@@ -77,9 +77,13 @@ struct Builtin {
     /// @return what comes of a call, by what is known of its arguments; null for what depends on a dataset.
     Known (*of)(std::span<const Known> arguments);
 
-    // In words, {0} the first argument and {#0} the same as a number; null where no pattern says it.
+    // In words, of which the first that can be said counts, with "|" between them; null where nothing says it.
+    // {0}    the first argument          {#0}  the same, as a number         {n0}  a number that is known
+    // {th0}  a known number as "second"  {* x }  all, as numbers, with " x " between them
+    // These say nothing, but rule the words out where the argument is not: {=0:1} known to be the number 1, {?0} a known
+    // number, {!0} there for sure, {-0} left out of the call.
     const char* value; ///< "{0} in upper case"
-    const char* holds; ///< when it is there, where its arguments are: "{0} contains {1}"; null: always then
+    const char* holds; ///< when it is there: "{0} contains {1}"; null: where those of its arguments are that it needs
     const char* fails; ///< "{0} does not contain {1}"
 
     std::string_view name() const { return function->name; }

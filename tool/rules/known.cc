@@ -39,16 +39,6 @@ Known computed(const FunctionDef* function, std::span<const Known> arguments)
     return text ? Known::always(*text) : Known::never();
 }
 
-/// @return whether two expressions are always the same, because they are made of the same parts.
-bool isSame(const Expression& a, const Expression& b)
-{
-    if (a.func != b.func || a.params.size() != b.params.size()) return false;
-    if (a.func == nullptr) return std::string_view(a.text ? a.text : "") == std::string_view(b.text ? b.text : "");
-    return wayOf(a) != Way::Drawn && std::ranges::equal(a.params, b.params, [](const auto* one, const auto* other) {
-               return isSame(*one, *other);
-           });
-}
-
 /// @return whether a path's argument is read as an item's number.
 bool isItemAt(std::size_t index)
 {
@@ -134,6 +124,7 @@ Known either(const Known& a, const Known& b)
     known.holds = a.holds & b.holds;
     known.may = a.may | b.may;
     known.isNumber = a.isNumber && b.isNumber;
+    known.beginsWithNumber = readsAsNumber(a) == Presence::Always && readsAsNumber(b) == Presence::Always;
     return known;
 }
 
@@ -154,7 +145,8 @@ bool canBeEqual(const Known& a, const Known& b)
 Presence readsAsNumber(const Known& value)
 {
     if (value.text) return numberIn(*value.text) ? Presence::Always : Presence::Never;
-    if (value.isNumber || (value.least > 0 && (value.may & ~digits()).none())) return Presence::Always;
+    if (value.isNumber || value.beginsWithNumber || (value.least > 0 && (value.may & ~digits()).none()))
+        return Presence::Always;
     return value.most == 0 || (value.may & digits()).none() ? Presence::Never : Presence::Perhaps;
 }
 
@@ -168,6 +160,15 @@ std::optional<int> numberIn(std::string_view text)
 std::optional<int> numberIn(const Known& value)
 {
     return value.isNever() || !value.text ? std::nullopt : numberIn(*value.text);
+}
+
+bool areSame(const Expression& a, const Expression& b)
+{
+    if (a.func != b.func || a.params.size() != b.params.size()) return false;
+    if (a.func == nullptr) return std::string_view(a.text ? a.text : "") == std::string_view(b.text ? b.text : "");
+    return wayOf(a) != Way::Drawn && std::ranges::equal(a.params, b.params, [](const auto* one, const auto* other) {
+               return areSame(*one, *other);
+           });
 }
 
 Known Surroundings::element(const std::vector<int>& /*path*/) const
@@ -185,6 +186,11 @@ Known Surroundings::field(const std::string& /*name*/) const
     return {};
 }
 
+Known Surroundings::narrowed(const Expression& /*node*/, Known known) const
+{
+    return known;
+}
+
 Knowledge::Knowledge(const Expression& root, const Surroundings& surroundings)
 {
     learn(root, surroundings);
@@ -198,8 +204,8 @@ const Known& Knowledge::learn(const Expression& node, const Surroundings& surrou
     arguments.reserve(node.params.size());
     for (const Expression* argument : node.params) arguments.push_back(learn(*argument, surroundings));
     Known known = learnCall(node, arguments, surroundings);
-    if (wayOf(node) == Way::Equal && isSame(*node.params.front(), *node.params.back())) known = Known::always("true");
-    return known_[&node] = std::move(known);
+    if (wayOf(node) == Way::Equal && areSame(*node.params.front(), *node.params.back())) known = Known::always("true");
+    return known_[&node] = surroundings.narrowed(node, std::move(known));
 }
 
 Known Knowledge::learnCall(const Expression& call, std::span<const Known> arguments, const Surroundings& surroundings)

@@ -35,6 +35,7 @@ struct Known {
     Bytes holds{};                     ///< bytes that occur in it
     Bytes may = Bytes().set();         ///< bytes that can occur in it: no other does
     bool isNumber = false;             ///< a whole number as the arithmetic built-ins write it
+    bool beginsWithNumber = false;     ///< a whole number can be read at its begin
 
     static Known never();
     static Known always(std::string text);
@@ -75,7 +76,13 @@ public:
     virtual Known element(const std::vector<int>& path) const;
     virtual Known variable(const std::string& name) const;
     virtual Known field(const std::string& name) const;
+
+    /// @param known what is told of a node by its parts. @return the same, or what else is known of it.
+    virtual Known narrowed(const Expression& node, Known known) const;
 };
+
+/// @return whether two expressions are always the same, because they are made of the same parts, and none by chance.
+bool areSame(const Expression& a, const Expression& b);
 
 /// What is known of each node of a rule's right side.
 class Knowledge {
