@@ -207,12 +207,12 @@ TEST(ToolCheck, linesAndPlaces)
     const Case cases[] = {
         {"(0010,0010)=if((0010,0020)=\"x\",\"a\",\"b\")", {"1:infix-operator"}},
         {"(0010,0010)=(0010,0020) + (0010,0030)", {"1:bracket-mismatch"}},
-        {"(0010,4000)=toUpper((0010,4000)) # name\n(0010,4000)=# x\n(0010,4000)=if(a #,b,c)",
+        {"(0010,4000)=toUpper((0010,4000)) # name\n(0008,4000)=# x\n(0020,4000)=if(a #,b,c)",
          {"1:trailing-comment", "2:trailing-comment", "3:constant-condition", "3:trailing-comment"}},
-        {"(0010,4000)=concat(\"a\",\"b\");\n(0010,4000)=(0010,0020).\n(0010,4000)=not((0010,0020))x\n(0010,4000)=CT "
+        {"(0010,4000)=concat(\"a\",\"b\");\n(0008,4000)=(0010,0020).\n(0020,4000)=not((0010,0020))x\n(0032,4000)=CT "
          "(head) 2",
          {"1:text-after-bracket", "2:text-after-bracket", "3:text-after-bracket"}},
-        {"(0010,4000)=Ward #7\n(0010,4000)=#", {"2:trailing-comment"}},
+        {"(0010,4000)=Ward #7\n(0020,4000)=#", {"2:trailing-comment"}},
         {"(0010,0010)=x)\n\n(0010,0020)=+(\"a\",\"b\")", {"1:bracket-mismatch", "3:unknown-function"}},
         {"(0010,4000)=\"" + longText + "\"", {"1:unclosed-quote", "1:long-line", "1:missing-equals"}},
         {"#" + std::string(2038, '-') + "(0010,0010)=\"x\"", {"1:long-line"}},
@@ -226,8 +226,8 @@ TEST(ToolCheck, linesAndPlaces)
         {"(0008,1010)=\"\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC\xC3\xBC\"", {"1:non-ascii"}},
         {"(0008,0060)=translate((0008,0060),(0008,0060),\"ct\",\"Mr\")", {"1:value-form"}},
         {"(0008,0060)=not((0010,0010))", {"1:value-form"}},
-        {"(0010,0030)=\"20240229\"\n(0010,0030)=\"20230229\"", {"2:value-form"}},
-        {"(0020,0013)=\"2147483647\"\n(0020,0013)=\"2147483648\"", {"2:value-form"}},
+        {"(0010,0030)=\"20240229\"\n(0008,0020)=\"20230229\"", {"2:value-form"}},
+        {"(0020,0013)=\"2147483647\"\n(0020,0012)=\"2147483648\"", {"2:value-form"}},
         {"(0010,0010)=\"" + std::string(64, 'A') + '=' + std::string(65, 'B') + "\"", {"1:value-too-long"}},
         {"(0011,1001)=NULL()\n(0075,1001)=\"x\"\n(0075,1099)=\"x\"", {"3:unknown-tag"}},
     };

@@ -2,6 +2,7 @@
 #include "tool/conformance/conformancefacts.h"
 
 #include "tool/rules/builtins.h"
+#include "tool/rules/knowledge.h"
 
 #include <algorithm>
 #include <array>
@@ -142,7 +143,7 @@ Known Facts::narrowed(const Expression& node, Known known, std::size_t moment) c
 {
     for (const Fact& fact : facts_) {
         if (known.isConstant()) break;
-        if (fact.node->func != node.func || !areSame(*fact.node, node)) continue;
+        if (fact.node->func != node.func || !isSame(*fact.node, node)) continue;
         if (fact.moment != moment) {
             const auto path = pathOf(node);
             if (!path || history_.isWrittenSince(*path, std::min(moment, fact.moment))) continue;
@@ -193,6 +194,10 @@ bool Facts::suppose(const Expression& node, std::size_t moment, bool isThere)
         return source == nullptr || suppose(*source->expression, source->moment, isThere);
     }
     case Way::Found:
+    case Way::Part:
+    case Way::Recased:
+    case Way::Within:
+    case Way::Counted:
     case Way::Computed:
     case Way::Drawn:
         return !isThere || supposeArguments(node, moment);

@@ -88,6 +88,10 @@ Text Words::value(const Expression& node, std::size_t moment)
         return value(argument(node, 1), moment);
     case Way::Joined:
         return plus("\"", joined(node, moment), "\"");
+    case Way::Part:
+    case Way::Recased:
+    case Way::Within:
+    case Way::Counted:
     case Way::Computed:
     case Way::Drawn:
         return filled(builtinOf(node.func).value, node, moment);
@@ -249,6 +253,10 @@ Text Words::presence(const Expression& node, std::size_t moment, bool holds)
     case Way::Joined:
         return joinedPresence(node, moment, holds);
     case Way::Found:
+    case Way::Part:
+    case Way::Recased:
+    case Way::Within:
+    case Way::Counted:
     case Way::Computed:
     case Way::Drawn:
         return callPresence(node, moment, holds);

@@ -7,7 +7,7 @@
 #include "kxmap.h"
 
 #include <algorithm>
-#include <array>
+#include <cctype>
 #include <charconv>
 #include <fmt/format.h>
 #include <limits>
@@ -210,6 +210,16 @@ bool isName(std::string_view value)
     return true;
 }
 
+/// "(0018,1063)", as DCMTK reads it.
+bool isTag(std::string_view value)
+{
+    const auto isHex = [](std::string_view digits) {
+        return std::ranges::all_of(digits, [](unsigned char c) { return std::isxdigit(c) != 0; });
+    };
+    return value.size() == 11 && value[0] == '(' && value[5] == ',' && value[10] == ')' && isHex(value.substr(1, 4)) &&
+           isHex(value.substr(6, 4));
+}
+
 constexpr std::size_t kNoLimit = 0;
 
 struct VrRule {
@@ -227,6 +237,7 @@ constexpr const char* kPlain = "text without control characters";
 constexpr VrRule kRules[] = {
     {EVR_AE, "AE", 16, false, true, isTitle, "an AE title: ASCII without control characters, not blanks alone"},
     {EVR_AS, "AS", 4, false, true, isAge, "an age: three digits and one of D, W, M, Y"},
+    {EVR_AT, "AT", kNoLimit, false, true, isTag, "a tag: (gggg,eeee)"},
     {EVR_CS, "CS", 16, false, true, isCode, "a code: upper-case letters, digits, blank and underscore"},
     {EVR_DA, "DA", 8, false, true, isDate, "a date: YYYYMMDD"},
     {EVR_DS, "DS", 16, false, true, isDecimal, "a decimal number"},
@@ -285,6 +296,18 @@ std::optional<ValueFault> valueFault(const VrRule& rule, std::string_view value)
 }
 
 } // namespace
+
+bool holdsValues(DcmEVR vr)
+{
+    const auto* rule = std::ranges::find(kRules, vr, &VrRule::vr);
+    return rule != std::ranges::end(kRules) && rule->hasValues;
+}
+
+std::size_t mostBytesOf(DcmEVR vr)
+{
+    const auto* rule = std::ranges::find(kRules, vr, &VrRule::vr);
+    return rule == std::ranges::end(kRules) ? kNoLimit : rule->most;
+}
 
 std::size_t characterCount(std::string_view text)
 {

@@ -23,6 +23,12 @@ struct ValueFault {
 /// @return the first fault; none also for VRs that hold no text.
 std::optional<ValueFault> faultOf(DcmEVR vr, std::string_view text);
 
+/// @return whether a backslash parts values of the VR; in others it is text.
+bool holdsValues(DcmEVR vr);
+
+/// @return the most bytes that a value of ASCII has; of PN a component group. 0: no limit, or no text.
+std::size_t mostBytesOf(DcmEVR vr);
+
 /// @return the characters of a text: of UTF-8 when it is well-formed, else bytes.
 std::size_t characterCount(std::string_view text);
 

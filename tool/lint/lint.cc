@@ -47,7 +47,7 @@ void lintLine(const Site& site, bool inComment)
     if (isComment(site.line)) return; // whatever follows, the engine makes no rule of it
     if (site.line.kind == RuleLine::Kind::Bad) lintError(site);
     if (site.line.kind != RuleLine::Kind::Rule) return;
-    lintRightSide(site);
+    lintLiterals(site);
     lintTarget(site);
 }
 
@@ -102,17 +102,13 @@ kxmap::Span Site::spanOf(const Expression& node) const
     return found == line.trace.nodes.end() ? kxmap::Span{} : found->text;
 }
 
-void lintRightSide(const Site& site)
-{
-    lintLiterals(site);
-    lintExpression(site);
-}
-
 std::vector<Finding> lintAlone(std::span<const RuleFile> files, const CheckSwitches& switches)
 {
     Findings findings(switches);
     for (const RuleFile& file : files) lintFile(file, findings);
-    lintVariables(files, std::vector<Stage>(files.size(), Stage::Alone), findings);
+    const std::vector<Stage> stages(files.size(), Stage::Alone);
+    lintVariables(files, stages, findings);
+    lintFlow(files, stages, findings);
     return findings.take();
 }
 
@@ -121,7 +117,9 @@ std::vector<Finding> lintTogether(const std::filesystem::path& folder, std::span
 {
     Findings findings(switches);
     for (const RuleFile& file : files) lintFile(file, findings);
-    lintVariables(files, lintFolder(folder, files, findings), findings);
+    const std::vector<Stage> stages = lintFolder(folder, files, findings);
+    lintVariables(files, stages, findings);
+    lintFlow(files, stages, findings);
     return findings.take();
 }
 

@@ -54,18 +54,34 @@ enum class Check : unsigned char {
     TextAfterQuote,
     LostBackslash,
     ConstantCondition,
+    AlwaysNull,
+    NeverEqual,
+    ConstantCall,
+    SameParts,
     UnreachableArgument,
+    ArgumentOrder,
+    LongSeparator,
     NotANumber,
     NumberRange,
+    ArithmeticOnText,
+    NoText,
     OddTag,
     TwoFieldSeq,
+    NoSequence,
     UnknownTag,
     HeaderGroup,
     CharacterSet,
     InstanceUid,
+    Identity,
+    Pixels,
     ValueTooLong,
     ValueForm,
+    VrMismatch,
     NonAscii,
+    CaseChange,
+    NoEffect,
+    Overwritten,
+    ReadAfterDelete,
     SecondWrite,
     UnsetVariable,
     UnusedVariable,
@@ -132,22 +148,44 @@ constexpr CheckInfo kChecks[] = {
      "bytes after a closing quote, which are ignored"},
     {Check::LostBackslash, "lost-backslash", Severity::Warning, true, "a backslash that vanishes from a quoted text"},
     {Check::ConstantCondition, "constant-condition", Severity::Warning, true,
-     "a text as a condition: it is always true"},
+     "a condition that is always true: a text, a number, what is never NULL"},
+    {Check::AlwaysNull, "always-null", Severity::Warning, true, "a call that is NULL, whatever the dataset holds"},
+    {Check::NeverEqual, "never-equal", Severity::Warning, true, "texts compared that are never the same"},
+    {Check::ConstantCall, "constant-call", Severity::Warning, true, "a call that comes to the same for every dataset"},
+    {Check::SameParts, "same-parts", Severity::Warning, true, "branches, conditions or pairs that are the same"},
     {Check::UnreachableArgument, "unreachable-argument", Severity::Warning, true,
      "an argument of \"or\" after one that is never NULL"},
-    {Check::NotANumber, "not-a-number", Severity::Warning, true, "a text without digits where a number is read"},
+    {Check::ArgumentOrder, "argument-order", Severity::Warning, true, "arguments that stand in each other's place"},
+    {Check::LongSeparator, "long-separator", Severity::Warning, true,
+     "a separator of several bytes: the first one alone parts texts"},
+    {Check::NotANumber, "not-a-number", Severity::Warning, true, "a text that is no whole number where one is read"},
     {Check::NumberRange, "number-range", Severity::Warning, true, "a number that 32 bits do not hold"},
+    {Check::ArithmeticOnText, "arithmetic-on-text", Severity::Warning, true,
+     "a date, a name, a UID or a code where a number is read"},
+    {Check::NoText, "no-text", Severity::Warning, true,
+     "the text of an element in which rules see none, such as a number of VR US"},
     // Tags and values.
     {Check::OddTag, "odd-tag", Severity::Warning, true, "a tag that is not read as it is written"},
     {Check::TwoFieldSeq, "two-field-seq", Severity::Warning, true, "SEQ with a tag alone: it leads into no sequence"},
-    {Check::UnknownTag, "unknown-tag", Severity::Warning, true, "a target that the data dictionary does not know"},
+    {Check::NoSequence, "no-sequence", Severity::Warning, true, "a path through an element that is no sequence"},
+    {Check::UnknownTag, "unknown-tag", Severity::Warning, true, "a tag that the data dictionary does not know"},
     {Check::HeaderGroup, "header-group", Severity::Warning, true,
-     "a target of groups 0000 and 0002, which are no part of a dataset"},
+     "a tag of groups 0000 and 0002, which are no part of a dataset"},
     {Check::CharacterSet, "character-set", Severity::Warning, true, "a write to Specific Character Set"},
     {Check::InstanceUid, "instance-uid", Severity::Warning, true, "a write to SOP Instance UID"},
-    {Check::ValueTooLong, "value-too-long", Severity::Warning, true, "a literal longer than its target's VR allows"},
-    {Check::ValueForm, "value-form", Severity::Warning, true, "a literal that its target's VR cannot hold"},
+    {Check::Identity, "identity", Severity::Warning, true,
+     "a write that takes or mixes up what identifies an object, its series, study or patient"},
+    {Check::Pixels, "pixels", Severity::Warning, true, "a write to the pixels, or to what tells how to read them"},
+    {Check::ValueTooLong, "value-too-long", Severity::Warning, true, "a value longer than its target's VR allows"},
+    {Check::ValueForm, "value-form", Severity::Warning, true, "a value that its target's VR cannot hold"},
+    {Check::VrMismatch, "vr-mismatch", Severity::Warning, true, "a value of another kind than its target's VR"},
     {Check::NonAscii, "non-ascii", Severity::Warning, true, "a literal with letters beyond ASCII"},
+    {Check::CaseChange, "case-change", Severity::Warning, false,
+     "a change of case in a text that may have letters beyond ASCII"},
+    {Check::NoEffect, "no-effect", Severity::Warning, true, "an element that gets its own value"},
+    {Check::Overwritten, "overwritten", Severity::Warning, true, "a write that a later rule overwrites unread"},
+    {Check::ReadAfterDelete, "read-after-delete", Severity::Warning, true,
+     "a read of what an earlier rule has deleted"},
     // Variables.
     {Check::SecondWrite, "second-write", Severity::Warning, true, "a second write to a variable: the first one wins"},
     {Check::UnsetVariable, "unset-variable", Severity::Warning, true, "a read of a variable that nothing has set"},
@@ -247,12 +285,11 @@ struct Site {
 };
 
 // What looks at one line; each in its own file.
-void lintError(const Site& site);      // a bad line, and what to write instead
-void lintText(const Site& site);       // the bytes of any line
-void lintLiterals(const Site& site);   // the texts of a right side
-void lintExpression(const Site& site); // its calls
-void lintRightSide(const Site& site);  // both, for a right side without a rule, too
-void lintTarget(const Site& site);     // the left side of a rule, and the literals that it gets
+void lintError(const Site& site);     // a bad line, and what to write instead
+void lintText(const Site& site);      // the bytes of any line
+void lintLiterals(const Site& site);  // the texts of a right side
+void lintRightSide(const Site& site); // these and the arguments of calls, for a right side without a rule
+void lintTarget(const Site& site);    // how the left side of a rule is written
 
 /// The place of a file in a mappings folder; it says with which others it is applied.
 enum class Stage { Pre, Title, Post, OutboundPre, OutboundTitle, OutboundPost, Alone };
@@ -260,6 +297,10 @@ enum class Stage { Pre, Title, Post, OutboundPre, OutboundTitle, OutboundPost, A
 /// Looks at the variables of files, across them where one is applied after another.
 /// @param stages one for each file.
 void lintVariables(std::span<const RuleFile> files, std::span<const Stage> stages, Findings& findings);
+
+/// Looks at what rules do, each with what is known of those before it.
+/// @param stages one for each file.
+void lintFlow(std::span<const RuleFile> files, std::span<const Stage> stages, Findings& findings);
 
 /// Looks at what the names and places of a mappings folder's entries mean.
 /// @return the stage of each file.

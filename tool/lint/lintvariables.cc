@@ -1,6 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Variables: plain ones live within one mapping, those with "@" through all that are applied one after another.
-#include "tool/lint/lint.h"
+#include "tool/lint/ruleview.h"
 #include "tool/rules/lintnames.h"
 
 #include "kxmap.h"
@@ -60,21 +60,23 @@ std::string placeOf(const Use& use)
 /// @return whether a rule shows that its value may be NULL: it names NULL(), or its value is a condition.
 bool showsNull(const Expression& node)
 {
-    constexpr const FunctionDef* kConditions[] = {&f_NULL, &f_equals, &f_not, &f_and, &f_contains, &f_between};
-    if (std::ranges::find(kConditions, node.func) != std::end(kConditions)) return true;
-    const bool passesOn = node.func == &f_root || node.func == &f_empty || node.func == &f_if || node.func == &f_or ||
-                          node.func == &f_translate;
-    return passesOn && std::ranges::any_of(node.params, [](const Expression* param) { return showsNull(*param); });
+    constexpr Way kShowing[] = {Way::Null, Way::Equal, Way::Not, Way::AllPresent, Way::Found, Way::Within};
+    if (isLiteral(node)) return false;
+    if (std::ranges::find(kShowing, wayOf(node)) != std::end(kShowing)) return true;
+    for (std::size_t i = 0; i < node.params.size(); ++i) {
+        if (isPassedOn(node, i) && showsNull(argumentOf(node, i))) return true;
+    }
+    return false;
 }
 
 bool isNeverNull(const Expression& root)
 {
-    return root.params.size() == 1 && root.params.front()->func == nullptr;
+    return isLiteral(unwrapped(root));
 }
 
 bool isNull(const Expression& root)
 {
-    return root.params.size() == 1 && root.params.front()->func == &f_NULL;
+    return wayOf(unwrapped(root)) == Way::Null;
 }
 
 class VariableCheck {
@@ -115,7 +117,8 @@ private:
             if (line.kind != RuleLine::Kind::Rule) continue;
             const Site site{file, line, findings_};
             for (const kxmap::NodeSpan& node : line.trace.nodes) {
-                if (node.node->func == &f_var && node.kind == kxmap::NodeSpan::Kind::Call) read(site, stage, node, set);
+                if (node.kind == kxmap::NodeSpan::Kind::Call && wayOf(*node.node) == Way::Variable)
+                    read(site, stage, node, set);
             }
             if (const auto* target = dynamic_cast<const LVTempVar*>(line.target.get()))
                 write(site, stage, *target, set);
@@ -137,7 +140,8 @@ private:
         current_.erase(name);
         readAnywhere_.insert(name);
         if (set.contains(name)) return;
-        if (outlives(name) && (stage == Stage::Alone || isSetBefore(name, stage))) return;
+        const bool isSetElsewhere = stage == Stage::Alone ? !set.contains(name.substr(1)) : isSetBefore(name, stage);
+        if (outlives(name) && isSetElsewhere) return;
         reportUnset(site, stage, node.text, name, set);
     }
 

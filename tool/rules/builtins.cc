@@ -4,6 +4,8 @@
 #include "tool/rules/knowncalls.h"
 
 #include <algorithm>
+#include <array>
+#include <cstdint>
 #include <iterator>
 
 namespace kxtool {
@@ -36,12 +38,12 @@ constexpr Builtin kBuiltins[] = {
         nullptr, nullptr, nullptr},
     {&f_concat,     Way::Joined,       "a,b, ...",                    {{Text}, 1},                  false, joined,
         nullptr, nullptr, nullptr},
-    {&f_split,      Way::Computed,     "text,separator,n",             {Text, Text, Number},         false, split,
+    {&f_split,      Way::Part,         "text,separator,n",             {Text, Text, Number},         false, split,
         "{=2:1}{0} up to the first {1}|the {th2} part of {0}, divided at {1}",
         "{0} has a {th2} part at {1}", "{0} has no {th2} part at {1}"},
     {&f_contains,   Way::Found,        "text,wanted",                  {Text, Value},                false, contains,
         nullptr, "{0} contains {1}", "{0} does not contain {1}"},
-    {&f_substr,     Way::Computed,     "text,start[,length]",          {Text, Number, Number},       false, substr,
+    {&f_substr,     Way::Part,         "text,start[,length]",          {Text, Number, Number},       false, substr,
         "{=1:0}the first {n2} bytes of {0}|at most {n2} bytes of {0} after its first {n1}|"
         "{-2}{=1:0}{0}|{-2}{0} without its first {n1} bytes",
         "{-2}{0} has at least {n1} bytes|{?2}{0} has at least {n1} bytes",
@@ -50,24 +52,24 @@ constexpr Builtin kBuiltins[] = {
         "the length of {0} in bytes", nullptr, nullptr},
     {&f_indexof,    Way::Computed,     "text,wanted",                  {Text, Wanted},               true,  offset,
         "the offset of {1} in {0} (-1 where it does not occur)", nullptr, nullptr},
-    {&f_toUpper,    Way::Computed,     "text",                         {Text},                       false, upper,
+    {&f_toUpper,    Way::Recased,      "text",                         {Text},                       false, upper,
         "{0} in upper case", nullptr, nullptr},
-    {&f_toLower,    Way::Computed,     "text",                         {Text},                       false, lower,
+    {&f_toLower,    Way::Recased,      "text",                         {Text},                       false, lower,
         "{0} in lower case", nullptr, nullptr},
-    {&f_dicomAge,   Way::Computed,     "date,since",                   {Text, Text},                 false, age,
+    {&f_dicomAge,   Way::Computed,     "date,since",                   {Date, Date},                 false, age,
         "the age on {0}, counted from {1}", "an age can be computed from {0} and {1}",
         "no age can be computed from {0} and {1}"},
-    {&f_sub,        Way::Computed,     "a,b",                          {Number, Number},             true,  number,
+    {&f_sub,        Way::Counted,      "a,b",                          {Number, Number},             true,  difference,
         "{#0} minus {#1}", nullptr, nullptr},
-    {&f_add,        Way::Computed,     "a,b, ...",                    {{Number}, 1},                true,  number,
+    {&f_add,        Way::Counted,      "a,b, ...",                    {{Number}, 1},                true,  sum,
         "{* plus }", nullptr, nullptr},
-    {&f_mul,        Way::Computed,     "a,b, ...",                    {{Number}, 1},                true,  number,
+    {&f_mul,        Way::Counted,      "a,b, ...",                    {{Number}, 1},                true,  product,
         "{* times }", nullptr, nullptr},
-    {&f_mod,        Way::Computed,     "a,b",                          {Number, Number},             true,  quotient,
+    {&f_mod,        Way::Computed,     "a,b",                          {Number, Number},             true,  remainder,
         "the remainder of {#0} divided by {#1}", nullptr, nullptr},
     {&f_div,        Way::Computed,     "a,b",                          {Number, Number},             true,  quotient,
         "{#0} divided by {#1} without its fraction", nullptr, nullptr},
-    {&f_between,    Way::Computed,     "value,lower,upper",            {Number, Number, Number},     false, range,
+    {&f_between,    Way::Within,       "value,lower,upper",            {Number, Number, Number},     false, range,
         nullptr, "{0} is from {#1} to less than {#2}", "{0} is not from {#1} to less than {#2}"},
     {&f_rnd,        Way::Drawn,        "max[,seed]",                 {Number, Text},               true,  chance,
         "{!1}a whole number from 0 to less than {#0} that depends on {1} alone|"
@@ -83,7 +85,7 @@ constexpr Builtin kBuiltins[] = {
         nullptr, nullptr, nullptr},
     {&f_translate,  Way::Table,        "value,default,from,to, ...", {{Text, Value, Text, Value}, 2}, false, table,
         nullptr, nullptr, nullptr},
-    {&f_root,       Way::Computed,     "text,separator,n",             {Text, Text, Number},         false, rootOf,
+    {&f_root,       Way::Part,         "text,separator,n",             {Text, Text, Number},         false, rootOf,
         "{=2:1}{0} up to the first {1}|the {th2} part of {0}, divided at {1}",
         "{0} has a {th2} part at {1}", "{0} has no {th2} part at {1}"},
 };
@@ -104,7 +106,22 @@ std::span<const Builtin> builtins()
 
 const Builtin& builtinOf(const FunctionDef* function)
 {
-    return *std::ranges::find(kBuiltins, function, &Builtin::function);
+    constexpr std::size_t kSlots = 256;
+    static const auto slotOf = [](const FunctionDef* one) {
+        return (reinterpret_cast<std::uintptr_t>(one) / alignof(FunctionDef)) % kSlots;
+    };
+    static const std::array<const Builtin*, kSlots> rows = [] { // each at its slot, or at the next one that is free
+        std::array<const Builtin*, kSlots> all{};
+        for (const Builtin& builtin : kBuiltins) {
+            std::size_t slot = slotOf(builtin.function);
+            while (all[slot] != nullptr) slot = (slot + 1) % kSlots;
+            all[slot] = &builtin;
+        }
+        return all;
+    }();
+    std::size_t slot = slotOf(function);
+    while (rows[slot]->function != function) slot = (slot + 1) % kSlots;
+    return *rows[slot];
 }
 
 const Builtin* builtinNamed(std::string_view name)

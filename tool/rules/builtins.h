@@ -23,6 +23,7 @@ enum class Reading : unsigned char {
     Text,
     Wanted,  ///< to be found in another
     Number,  ///< the whole number that its text begins with
+    Date,    ///< the date in its text
     Group,   ///< the hexadecimal digits of a tag's first half
     Element, ///< those of its second half
     Name,    ///< of a variable or a custom field
@@ -44,7 +45,11 @@ enum class Way : unsigned char {
     Table,        ///< the argument behind the first "from" that equals the first, or the second, itself
     Found,        ///< the second argument, itself, where it occurs in the first
     Joined,       ///< the texts of its arguments behind one another
-    Computed,     ///< a text made of its arguments, by nothing but them
+    Part,         ///< a part of the first argument's text
+    Recased,      ///< the first argument's text in upper or lower case
+    Within,       ///< "true" where a number is in a range
+    Counted,      ///< a number that its arguments are added up or multiplied to: digits of dates are no amounts
+    Computed,     ///< another text made of its arguments, by nothing but them
     Drawn,        ///< a number by chance
 };
 

@@ -5,6 +5,8 @@
 
 #include "kxmap.h"
 
+#include <dcmtk/dcmdata/dcvr.h>
+
 #include <bitset>
 #include <limits>
 #include <optional>
@@ -22,6 +24,23 @@ using Bytes = std::bitset<256>;
 /// @return the bytes that occur in a text.
 Bytes bytesOf(std::string_view text);
 
+/// How a text looks that comes out of elements which hold what their VRs demand. Datasets break that: so it tells what
+/// hardly is, never what cannot be.
+struct Usual {
+    Bytes may = Bytes().set();                                  ///< no other byte is in it
+    std::size_t least = 0;                                      ///< bytes, of one that is not empty
+    std::size_t most = std::numeric_limits<std::size_t>::max(); ///< bytes
+    DcmEVR vr = EVR_UNKNOWN;                                    ///< it is a whole value of this VR; unknown: open
+};
+
+/// Whole numbers from one to another, both included.
+struct Range {
+    long long lowest = std::numeric_limits<int>::min();
+    long long highest = std::numeric_limits<int>::max();
+
+    bool isIn32Bits() const;
+};
+
 struct Known {
     enum class Presence : unsigned char { Never, Perhaps, Always };
 
@@ -36,11 +55,18 @@ struct Known {
     Bytes may = Bytes().set();         ///< bytes that can occur in it: no other does
     bool isNumber = false;             ///< a whole number as the arithmetic built-ins write it
     bool beginsWithNumber = false;     ///< a whole number can be read at its begin
+    bool wraps = false;                ///< its computing has left 32 bits
+    Range range{};                     ///< of the number that is read in it, where there is one
+    std::vector<std::string> oneOf{};  ///< it is one of these; empty: open
+    std::vector<std::string> isNot{};  ///< it is none of these
+    Usual usual{};
 
     static Known never();
+    static Known open(Presence presence);
+    static Known otherThan(std::string text);
     static Known always(std::string text);
     /// @return a whole number of that presence.
-    static Known number(Presence presence);
+    static Known number(Presence presence, const Range& range = {});
 
     bool isNever() const { return presence == Presence::Never; }
     bool isAlways() const { return presence == Presence::Always; }
@@ -55,6 +81,15 @@ Known either(const Known& a, const Known& b);
 /// @return whether two values that are both there can have the same text.
 bool canBeEqual(const Known& a, const Known& b);
 
+/// @return whether a value that is there can have that text.
+bool canBe(const Known& value, const std::string& text);
+
+/// @return the texts that a value has, where it is there; empty for an open one.
+std::vector<std::string> textsOf(const Known& value);
+
+/// @return the numbers that may be read in a value.
+Range rangeOf(const Known& value);
+
 /// @return whether a whole number can be read at the begin of a value that is there, as "%d" of C reads it.
 Known::Presence readsAsNumber(const Known& value);
 
@@ -68,8 +103,6 @@ std::optional<int> numberIn(const Known& value);
 class Surroundings {
 public:
     Surroundings() = default;
-    Surroundings(const Surroundings&) = delete;
-    Surroundings& operator=(const Surroundings&) = delete;
     virtual ~Surroundings() = default;
 
     /// @param path group, element, and for what is in sequence items: item, group, element, again and again.
@@ -79,32 +112,26 @@ public:
 
     /// @param known what is told of a node by its parts. @return the same, or what else is known of it.
     virtual Known narrowed(const Expression& node, Known known) const;
-};
 
-/// @return whether two expressions are always the same, because they are made of the same parts, and none by chance.
-bool areSame(const Expression& a, const Expression& b);
+    /// @return what a variable was set to, where that still yields the same; null for none, or where that is open.
+    virtual const Expression* definition(const std::string& name) const;
 
-/// What is known of each node of a rule's right side.
-class Knowledge {
-public:
-    /// @param root of a tree that stays as it is while this is asked.
-    Knowledge(const Expression& root, const Surroundings& surroundings);
-
-    /// @param node of that tree.
-    const Known& of(const Expression& node) const { return known_.at(&node); }
-
-private:
-    const Known& learn(const Expression& node, const Surroundings& surroundings);
-    static Known learnCall(const Expression& call, std::span<const Known> arguments, const Surroundings& surroundings);
-
-    std::unordered_map<const Expression*, Known> known_;
+protected:
+    Surroundings(const Surroundings&) = default;
+    Surroundings& operator=(const Surroundings&) = default;
 };
 
 /// @return the path that a tag reference or SEQ leads along, by the texts of its arguments; none where one is open, NULL or
 ///         cannot be read.
 std::optional<std::vector<int>> pathOf(std::span<const Known> arguments);
 
+/// @return whether a path may come of what is known of its arguments: those that are texts can be read.
+bool canBePath(std::span<const Known> arguments);
+
 /// @return the path of a tag reference or SEQ whose arguments are texts; none for other nodes.
 std::optional<std::vector<int>> pathOf(const Expression& node);
+
+/// @return whether two expressions are always the same, because they are made of the same parts.
+bool isSame(const Expression& a, const Expression& b);
 
 } // namespace kxtool

@@ -6,6 +6,8 @@
 #include <algorithm>
 #include <array>
 #include <cctype>
+#include <cstdlib>
+#include <limits>
 
 namespace kxtool::knowncalls {
 namespace {
@@ -56,30 +58,62 @@ Known partOf(const Known& text, Presence presence)
     known.presence = presence;
     known.most = text.most;
     known.may = text.may;
+    known.usual.may = text.usual.may;
+    known.usual.most = text.usual.most;
     if (text.most == 0) known.text = "";
     return known;
 }
 
 /// The case of letters beyond ASCII is the process's locale's: of other bytes nothing is known but their number.
 
+Bytes recased(const Bytes& bytes, int (*convert)(int))
+{
+    Bytes all;
+    for (std::size_t byte = 0; byte < 0x80; ++byte) {
+        if (bytes.test(byte)) all.set(static_cast<std::size_t>(convert(static_cast<int>(byte))));
+    }
+    return all;
+}
+
 Known recased(const Known& text, int (*convert)(int))
 {
+    static const Bytes beyondAscii = Bytes().set() << 0x80U;
     Known known = text;
-    if (text.text)
-        std::ranges::transform(*known.text, known.text->begin(),
-                               [&](unsigned char c) { return static_cast<char>(convert(c)); });
-    known.holds.reset();
-    known.may.reset();
-    for (std::size_t byte = 0; byte < text.may.size(); ++byte) {
-        if (byte >= 0x80) {
-            known.may.set(byte);
-        } else {
-            const auto other = static_cast<std::size_t>(convert(static_cast<int>(byte)));
-            if (text.may.test(byte)) known.may.set(other);
-            if (text.holds.test(byte)) known.holds.set(other);
-        }
-    }
+    known.text.reset(); // the engine computes it
+    known.oneOf.clear();
+    known.isNot.clear();
+    known.isNumber = false;
+    known.holds = recased(text.holds, convert);
+    known.may = recased(text.may, convert) | beyondAscii;
+    known.usual.may = recased(text.usual.may, convert) | (text.usual.may & beyondAscii);
+    if (known.usual.may != text.usual.may) known.usual.vr = EVR_UNKNOWN;
+    if (text.most == 0) known.text = "";
     return known;
+}
+
+using Combine = Range (*)(const Range& a, const Range& b);
+
+/// Numbers that are put together from the left to the right, in 32 bits that wrap around.
+Known folded(Arguments arguments, Combine combine)
+{
+    Range all = rangeOf(arguments.front());
+    bool wraps = false;
+    for (const Known& argument : arguments.subspan(1)) {
+        all = combine(all, rangeOf(argument));
+        wraps = wraps || all.lowest > Range().highest || all.highest < Range().lowest;
+        if (!all.isIn32Bits()) all = Range();
+    }
+    Known known = Known::number(allNumbers(arguments), all);
+    known.wraps = wraps;
+    return known;
+}
+
+Known divided(Arguments arguments, const Range& range)
+{
+    const Presence presence = allNumbers(arguments);
+    const auto divisor = numberIn(arguments[1]);
+    if (presence == kNever || (divisor && *divisor == 0)) return Known::never();
+    return Known::number(divisor && *divisor != -1 ? presence : kPerhaps, range);
 }
 
 } // namespace
@@ -152,9 +186,13 @@ Known joined(Arguments arguments)
         }
         known.most = added(known.most, argument.most);
         known.may |= argument.may;
+        known.usual.may |= argument.usual.may;
+        known.usual.least = added(known.usual.least, argument.usual.least);
+        known.usual.most = added(known.usual.most, argument.usual.most);
         if (known.text && argument.isConstant()) *known.text += *argument.text;
         else known.text.reset();
     }
+    if (!known.text) known.range = {};
     known.presence = known.most == 0 ? kNever : known.least > 0 ? kAlways : kPerhaps;
     known.least = std::max<std::size_t>(known.least, 1);
     return known;
@@ -168,11 +206,16 @@ Known split(Arguments arguments)
     const auto n = numberIn(field);
     const Presence all = allPresent(arguments);
     if (all == kNever || (field.text && n.value_or(0) == 0)) return Known::never();
-    if (n && *n <= 1) return partOf(text, all);
+    Known part = partOf(text, n && *n <= 1 ? all : kPerhaps);
+    if (separator.isAlways() && separator.text && !separator.text->empty()) {
+        part.may.reset(static_cast<unsigned char>(separator.text->front()));
+        part.usual.may &= part.may;
+    }
+    if (n && *n <= 1) return part;
     const bool isNowhere =
         n && separator.text &&
         (separator.text->empty() || !text.may.test(static_cast<unsigned char>(separator.text->front())));
-    return isNowhere ? Known::never() : partOf(text, kPerhaps);
+    return isNowhere ? Known::never() : part;
 }
 
 Known substr(Arguments arguments)
@@ -193,6 +236,7 @@ Known substr(Arguments arguments)
     Known part = partOf(text, isThere ? text.presence : kPerhaps);
     if (!length.isAlways() || !numberIn(length)) return part;
     part.most = std::min(part.most, static_cast<std::size_t>(*numberIn(length)));
+    part.usual.most = std::min(part.usual.most, part.most);
     if (part.most == 0) part.text = "";
     return part;
 }
@@ -212,14 +256,14 @@ Known contains(Arguments arguments)
 Known length(Arguments arguments)
 {
     const Known& text = arguments[0];
-    Known known = Known::number(text.presence);
-    if (text.least == text.most) known = Known::always(std::to_string(text.least)).with(text.presence);
-    return known;
+    constexpr std::size_t kMost = std::numeric_limits<int>::max();
+    return Known::number(text.presence, {static_cast<long long>(std::min(text.least, kMost)),
+                                         static_cast<long long>(std::min(text.most, kMost))});
 }
 
 Known offset(Arguments arguments)
 {
-    return Known::number(allPresent(arguments));
+    return Known::number(allPresent(arguments), {-1, std::numeric_limits<int>::max()});
 }
 
 Known upper(Arguments arguments)
@@ -237,30 +281,59 @@ Known age(Arguments arguments)
     const auto isNoDate = [](const Known& date) { return date.text && !QVDate(date.text->c_str()).isValid(); };
     if (allPresent(arguments) == kNever || std::ranges::any_of(arguments, isNoDate)) return Known::never();
     Known known;
-    known.least = known.most = std::string_view("042Y").size();
-    known.may = bytesOf("0123456789YMWD");
+    known.least = known.most = known.usual.least = known.usual.most = std::string_view("042Y").size();
+    known.may = known.usual.may = bytesOf("0123456789YMWD");
+    known.range = {0, 999};
+    known.usual.vr = EVR_AS;
     return known;
 }
 
-Known number(Arguments arguments)
+Known sum(Arguments arguments)
 {
-    return Known::number(allNumbers(arguments));
+    return folded(arguments, [](const Range& a, const Range& b) {
+        return Range{a.lowest + b.lowest, a.highest + b.highest};
+    });
+}
+
+Known difference(Arguments arguments)
+{
+    return folded(arguments, [](const Range& a, const Range& b) {
+        return Range{a.lowest - b.highest, a.highest - b.lowest};
+    });
+}
+
+Known product(Arguments arguments)
+{
+    return folded(arguments, [](const Range& a, const Range& b) {
+        const auto [lowest, highest] =
+            std::minmax({a.lowest * b.lowest, a.lowest * b.highest, a.highest * b.lowest, a.highest * b.highest});
+        return Range{lowest, highest};
+    });
 }
 
 Known quotient(Arguments arguments)
 {
-    const Presence presence = allNumbers(arguments);
+    return divided(arguments, {});
+}
+
+Known remainder(Arguments arguments)
+{
     const auto divisor = numberIn(arguments[1]);
-    if (presence == kNever || (divisor && *divisor == 0)) return Known::never();
-    return Known::number(divisor && *divisor != -1 ? presence : kPerhaps);
+    if (!divisor || *divisor == 0) return divided(arguments, {});
+    const long long most = std::abs(static_cast<long long>(*divisor)) - 1;
+    return divided(arguments, {rangeOf(arguments[0]).lowest < 0 ? -most : 0, most});
 }
 
 Known range(Arguments arguments)
 {
     const Presence presence = allNumbers(arguments);
-    const auto from = numberIn(arguments[1]);
-    const auto to = numberIn(arguments[2]);
-    return truth(presence == kNever || (from && to && *from >= *to) ? kNever : kPerhaps);
+    const Range value = rangeOf(arguments[0]);
+    const Range lower = rangeOf(arguments[1]);
+    const Range upper = rangeOf(arguments[2]);
+    const bool isOutside =
+        value.highest < lower.lowest || value.lowest >= upper.highest || lower.lowest >= upper.highest;
+    const bool isInside = value.lowest >= lower.highest && value.highest < upper.lowest;
+    return truth(presence == kNever || isOutside ? kNever : isInside ? presence : kPerhaps);
 }
 
 Known chance(Arguments arguments)
@@ -268,7 +341,8 @@ Known chance(Arguments arguments)
     const Known& limit = arguments[0];
     const auto most = numberIn(limit);
     if (limit.isNever() || (limit.text && most.value_or(-1) < 2)) return Known::never();
-    return Known::number(most && limit.isAlways() ? kAlways : kPerhaps);
+    const Presence presence = most && limit.isAlways() ? kAlways : kPerhaps;
+    return Known::number(presence, {0, std::max<long long>(1, rangeOf(limit).highest - 1)});
 }
 
 Known codeNumber(Arguments arguments)
@@ -279,7 +353,8 @@ Known codeNumber(Arguments arguments)
     Known known;
     known.presence = value ? original.presence : kPerhaps;
     known.least = 1;
-    known.may = bytesOf("-0123456789");
+    known.may = known.usual.may = bytesOf("-0123456789");
+    known.usual.vr = EVR_IS;
     return known;
 }
 
@@ -288,6 +363,9 @@ Known codeText(Arguments arguments)
     constexpr std::size_t kMostCoded = 64;
     Known known;
     known.presence = arguments[0].presence;
+    known.usual.least = arguments[0].usual.least;
+    known.usual.most = std::min(arguments[0].usual.most, kMostCoded);
+    known.usual.vr = EVR_UT; // of bytes of all kinds
     known.least = std::min(arguments[0].least, kMostCoded);
     known.most = std::min(arguments[0].most, kMostCoded);
     if (known.most == 0) known.text = "";
