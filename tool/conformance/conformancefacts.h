@@ -22,11 +22,8 @@ struct Condition {
 /// What certainly holds where some conditions do. Of an element nothing is taken for granted, its VR neither.
 class Facts {
 public:
-    /// @param now the number of the rule that is looked at; its target is `target`.
-    Facts(const History& history, const ElementPath& target, std::size_t now)
-        : history_(history), target_(target), now_(now)
-    {
-    }
+    /// @param target of the rule that is looked at.
+    Facts(const History& history, const ElementPath& target) : history_(history), target_(target) {}
 
     /// Supposes that the target is there, or is not, when the rule is applied.
     void supposeTarget(Known::Presence presence) { targetPresence_ = presence; }
@@ -76,7 +73,6 @@ private:
 
     const History& history_;
     const ElementPath& target_;
-    std::size_t now_;
     Known::Presence targetPresence_ = Known::Presence::Perhaps;
     std::vector<Fact> facts_;
     std::vector<Condition> conditions_;

@@ -2,7 +2,6 @@
 #include "tool/conformance/conformancehistory.h"
 
 #include <algorithm>
-#include <ranges>
 
 namespace kxtool {
 
@@ -53,10 +52,11 @@ bool History::isWrittenSince(const ElementPath& path, std::size_t moment) const
 std::string History::stateOf(const ElementPath& path, std::size_t moment) const
 {
     if (!isWrittenSince(path, moment)) return {};
-    for (const auto& [written, source] : elements_.at({path[0], path[1]}) | std::views::reverse) {
-        if (source.moment < moment && areNested(written, path)) return " as set at " + source.place;
-    }
-    return " before coercion";
+    const auto& writes = elements_.at({path[0], path[1]});
+    const auto last = std::find_if(writes.rbegin(), writes.rend(), [&](const auto& write) {
+        return write.second.moment < moment && areNested(write.first, path);
+    });
+    return last == writes.rend() ? " before coercion" : " as set at " + last->second.place;
 }
 
 } // namespace kxtool

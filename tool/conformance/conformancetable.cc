@@ -59,7 +59,7 @@ public:
 private:
     std::optional<Facts> facts(const std::vector<Condition>& conditions, Presence target) const
     {
-        Facts facts(history_, target_, now_);
+        Facts facts(history_, target_);
         facts.supposeTarget(target);
         for (const Condition& condition : conditions) {
             if (!facts.add(condition)) return std::nullopt;
@@ -274,7 +274,7 @@ private:
     void addRule(const RuleFile& file, const RuleLine& line)
     {
         const std::string name = shownUtf8(file.path.lexically_relative(folder_).native());
-        const Known known = Facts(history_, ElementPath{}, moment_).of(*line.expression, moment_);
+        const Known known = Facts(history_, ElementPath{}).of(*line.expression, moment_);
         const History::Source source{moment_, fmt::format("{}:{}", name, line.line), line.expression.get(), known};
         const LVObject* target = line.target.get();
         if (const auto* variable = dynamic_cast<const LVTempVar*>(target)) history_.addVariable(variable->name, source);
