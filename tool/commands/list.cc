@@ -4,6 +4,7 @@
 #include "tool/console/exitcodes.h"
 #include "tool/console/output.h"
 #include "tool/console/table.h"
+#include "tool/console/text.h"
 #include "tool/lint/lint.h"
 #include "tool/rules/lintnames.h"
 #include "tool/rules/mappingsfolder.h"
@@ -99,14 +100,6 @@ void countAll(Listing& listing)
             if (found->second.badLines > 0) listing.exitCode = std::max(listing.exitCode, kShortcoming);
         }
     }
-}
-
-std::string lowered(std::string text)
-{
-    for (char& byte : text) {
-        if (byte >= 'A' && byte <= 'Z') byte = static_cast<char>(byte - 'A' + 'a');
-    }
-    return text;
 }
 
 void noteTitles(const std::vector<Row>& rows, std::vector<Note>& notes)

@@ -4,6 +4,7 @@
 #include "tool/console/exitcodes.h"
 #include "tool/console/output.h"
 #include "tool/console/table.h"
+#include "tool/console/text.h"
 #include "tool/record/runreport.h"
 #include "tool/rules/ruleoptions.h"
 #include "tool/shell/shellcompletion.h"
@@ -21,6 +22,8 @@
 
 namespace kxtool {
 namespace {
+
+constexpr const char* kBlanks = " \t";
 
 constexpr std::string_view kHelp =
     "EXPRESSION      print what it comes to\n"
@@ -40,13 +43,6 @@ struct ShellOptions {
     std::string file;
     ColorMode color = ColorMode::Auto;
 };
-
-std::string_view trimBlanks(std::string_view text)
-{
-    const std::size_t begin = text.find_first_not_of(" \t");
-    return begin == std::string_view::npos ? std::string_view()
-                                           : text.substr(begin, text.find_last_not_of(" \t") + 1 - begin);
-}
 
 void printLines(const std::string& lines)
 {
@@ -81,9 +77,9 @@ public:
 private:
     void handle(const std::string& line)
     {
-        const std::string_view trimmed = trimBlanks(line);
-        if (trimmed.empty() || trimmed.front() == '#') return;
-        if (trimmed.front() == ':') command(trimmed);
+        const std::string_view words = trimmed(line, kBlanks);
+        if (words.empty() || words.front() == '#') return;
+        if (words.front() == ':') command(words);
         else if (ShellSession::looksLikeRule(line)) apply(line);
         else evaluate(line);
     }
@@ -126,9 +122,9 @@ private:
 
     void command(std::string_view line)
     {
-        const std::size_t end = std::min(line.find_first_of(" \t"), line.size());
+        const std::size_t end = std::min(line.find_first_of(kBlanks), line.size());
         const std::string_view name = line.substr(0, end);
-        const std::string argument(trimBlanks(line.substr(end)));
+        const std::string argument(trimmed(line.substr(end), kBlanks));
         if (name == ":quit") isDone_ = true;
         else if (name == ":help") printLine(kHelp);
         else if (name == ":diff") showChanges();

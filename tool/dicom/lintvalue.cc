@@ -2,6 +2,7 @@
 // The VRs as a table: how long a value may be, and a test of its form.
 #include "tool/dicom/lintvalue.h"
 
+#include "tool/console/text.h"
 #include "tool/console/utf8.h"
 
 #include "kxmap.h"
@@ -30,13 +31,6 @@ bool areDigits(std::string_view text)
 bool isControl(char c)
 {
     return (c >= '\0' && c < ' ') || c == '\x7F';
-}
-
-std::string_view trimmed(std::string_view text)
-{
-    while (text.starts_with(' ')) text.remove_prefix(1);
-    while (text.ends_with(' ')) text.remove_suffix(1);
-    return text;
 }
 
 std::string_view takeDigits(std::string_view& text)

@@ -142,11 +142,6 @@ bool isNumeric(DcmEVR vr, bool isOrdered)
     return isOrdered || std::ranges::find(kOrdered, vr) == std::end(kOrdered);
 }
 
-std::string keyText(const DcmTagKey& key)
-{
-    return fmt::format("({:04x},{:04x})", key.getGroup(), key.getElement());
-}
-
 std::string shownTag(const DcmTagKey& key)
 {
     const bool isNamed = key.getGroup() % 2 == 0 && vrOf(key) != EVR_UNKNOWN;

@@ -3,6 +3,7 @@
 // others look.
 #pragma once
 
+#include "tool/console/text.h"
 #include "tool/rules/known.h"
 
 #include <dcmtk/config/osconfig.h>
@@ -36,9 +37,6 @@ bool fits(DcmEVR from, DcmEVR to);
 
 /// @return whether whole numbers are read in values of the VR, to be ordered (`isOrdered`) or to be added up.
 bool isNumeric(DcmEVR vr, bool isOrdered);
-
-/// @return "(0008,0060)".
-std::string keyText(const DcmTagKey& key);
 
 /// @return "Modality (0008,0060)"; without a name where the data dictionary has none.
 std::string shownTag(const DcmTagKey& key);

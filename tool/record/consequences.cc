@@ -4,6 +4,7 @@
 
 #include "tool/console/switches.h"
 #include "tool/console/table.h"
+#include "tool/console/text.h"
 #include "tool/console/utf8.h"
 #include "tool/record/valuefaults.h"
 

@@ -1,8 +1,9 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "tool/record/reach.h"
 
+#include "tool/console/text.h"
+
 #include <algorithm>
-#include <charconv>
 #include <string_view>
 
 namespace kxtool {
@@ -17,10 +18,8 @@ bool isBeforePixelData(long group)
 bool isSpelledBeforePixelData(const char* group)
 {
     const std::string_view text = group == nullptr ? "" : group;
-    unsigned value = 0;
-    const auto [end, failure] = std::from_chars(text.data(), text.data() + text.size(), value, 16);
-    return text.size() == 4 && failure == std::errc() && end == text.data() + text.size() &&
-           isBeforePixelData(static_cast<long>(value));
+    const auto value = readHex(text);
+    return text.size() == 4 && value && isBeforePixelData(*value);
 }
 
 bool isTagReference(const Expression& node)

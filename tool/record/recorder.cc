@@ -3,6 +3,7 @@
 #include "tool/record/recorder.h"
 
 #include "KXItem.h"
+#include "tool/console/text.h"
 #include "tool/rules/heldvalue.h"
 #include "tool/rules/messagetap.h"
 
@@ -22,11 +23,6 @@ std::string unseenIn(const HeldValue& value)
 {
     DcmElement* element = value.element();
     return element == nullptr || hasText(*element) ? "" : shownText(*element);
-}
-
-std::string keyText(const DcmTagKey& key)
-{
-    return fmt::format("({:04x},{:04x})", key.getGroup(), key.getElement());
 }
 
 /// @return the name of a path through items, and in `topLevel` where it begins.

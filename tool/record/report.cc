@@ -5,6 +5,7 @@
 
 #include "tool/console/output.h"
 #include "tool/console/table.h"
+#include "tool/console/text.h"
 #include "tool/console/utf8.h"
 #include "tool/record/runreport.h"
 
@@ -41,17 +42,6 @@ Json jsonOf(const Change& change, const RunCharacterSets& sets)
     json["rules"] = Json::array();
     for (const Step* step : change.steps) json["rules"].push_back(ruleJson(*step));
     return json;
-}
-
-std::string percentEncoded(std::string_view bytes)
-{
-    constexpr std::string_view kPlain = "ABCDEFGHIJKLMNOPQRSTUVWXYZabcdefghijklmnopqrstuvwxyz0123456789/._-";
-    std::string encoded;
-    for (const char byte : bytes) {
-        if (kPlain.find(byte) != std::string_view::npos) encoded += byte;
-        else encoded += fmt::format("%{:02X}", static_cast<unsigned char>(byte));
-    }
-    return encoded;
 }
 
 void addName(Json& json, const char* key, const std::filesystem::path& file)

@@ -3,6 +3,7 @@
 #include "tool/record/valuefaults.h"
 
 #include "tool/console/table.h"
+#include "tool/console/text.h"
 #include "tool/console/utf8.h"
 #include "tool/dicom/lintvalue.h"
 
@@ -54,24 +55,6 @@ Fault utf8Fault(const Sample& sample)
     return {fault::kCharset,
             fmt::format("{} seems to be UTF-8; in the dataset's character set {} it reads {}", shownQuoted(sample.text),
                         sample.set.name(), shownQuoted(sample.set.readable(sample.text)))};
-}
-
-std::vector<std::string_view> split(std::string_view text, char separator)
-{
-    std::vector<std::string_view> parts;
-    for (;;) {
-        const std::size_t end = text.find(separator);
-        parts.push_back(text.substr(0, end));
-        if (end == std::string_view::npos) return parts;
-        text.remove_prefix(end + 1);
-    }
-}
-
-std::string_view trimmed(std::string_view text)
-{
-    const std::size_t begin = text.find_first_not_of(' ');
-    if (begin == std::string_view::npos) return {};
-    return text.substr(begin, text.find_last_not_of(' ') + 1 - begin);
 }
 
 bool isText(DcmEVR vr)

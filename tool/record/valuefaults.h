@@ -44,10 +44,4 @@ Fault utf8Fault(const Sample& sample);
 /// @return whether the VR is one of texts.
 bool isText(DcmEVR vr);
 
-/// @return the parts between the separators, one at least.
-std::vector<std::string_view> split(std::string_view text, char separator);
-
-/// @return the text without blanks at both ends.
-std::string_view trimmed(std::string_view text);
-
 } // namespace kxtool

@@ -2,6 +2,7 @@
 // Names of functions and keywords of the data dictionary, near misses of them included.
 #include "tool/rules/lintnames.h"
 
+#include "tool/console/text.h"
 #include "tool/rules/rulefile.h"
 
 #include "kxmap.h"
@@ -13,6 +14,7 @@
 #include <array>
 #include <cctype>
 #include <fmt/format.h>
+#include <optional>
 #include <span>
 #include <unordered_map>
 #include <utility>
@@ -20,6 +22,8 @@
 
 namespace kxtool {
 namespace {
+
+constexpr const char* kBlanks = " \t";
 
 // What other languages call it.
 constexpr std::pair<std::string_view, std::string_view> kElsewhere[] = {
@@ -73,15 +77,6 @@ constexpr std::pair<std::string_view, std::string_view> kElsewhere[] = {
     {"hash", "codestring"},
 };
 
-std::string lower(std::string_view text)
-{
-    std::string result(text);
-    for (char& c : result) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return result;
-}
-
 std::span<const FunctionDef* const> functions()
 {
     return std::span(funcList).first(std::size(funcList) - 1);
@@ -108,12 +103,12 @@ std::string hintForAlias(std::string_view name)
 
 std::string nearest(std::string_view name)
 {
-    const std::string wanted = lower(name);
+    const std::string wanted = lowered(name);
     std::size_t least = std::max<std::size_t>(1, name.size() / 3) + 1;
     std::string_view best;
     for (const FunctionDef* function : functions()) {
         if (*function->name == '\0' || *function->name == '$') continue;
-        const std::size_t distance = editDistance(wanted, lower(function->name));
+        const std::size_t distance = editDistance(wanted, lowered(function->name));
         if (distance < least && distance < name.size()) {
             least = distance;
             best = function->name;
@@ -138,29 +133,11 @@ const Keywords& keywords()
     return all;
 }
 
-std::string tagText(unsigned group, unsigned element)
+std::optional<Uint16> readComponent(std::string_view text)
 {
-    return fmt::format("({:04x},{:04x})", group, element);
-}
-
-std::string_view trimmed(std::string_view text)
-{
-    while (!text.empty() && (text.front() == ' ' || text.front() == '\t')) text.remove_prefix(1);
-    while (!text.empty() && (text.back() == ' ' || text.back() == '\t')) text.remove_suffix(1);
-    return text;
-}
-
-bool readComponent(std::string_view text, unsigned& number)
-{
-    text = trimmed(text);
-    if (text.starts_with("0x") || text.starts_with("0X")) text.remove_prefix(2);
-    if (text.empty() || text.size() > 4) return false;
-    number = 0;
-    for (const char c : text) {
-        if (std::isxdigit(static_cast<unsigned char>(c)) == 0) return false;
-        number = number * 16 + static_cast<unsigned>(c <= '9' ? c - '0' : (c | 0x20) - 'a' + 10);
-    }
-    return true;
+    text = trimmed(text, kBlanks);
+    if (startsWithAnyCase(text, "0x")) text.remove_prefix(2);
+    return readHex(text);
 }
 
 bool isOperator(char c)
@@ -185,7 +162,7 @@ bool isTarget(std::string_view text)
 /// @param begin where a target seems to stand. @return whether a value ends before it, so that no operator joins the two.
 bool followsAValue(std::string_view text, std::size_t begin)
 {
-    const std::string before = lower(trimmed(text.substr(0, begin)));
+    const std::string before = lowered(trimmed(text.substr(0, begin), kBlanks));
     if (before.empty() || isOperator(before.back())) return false;
     return std::ranges::none_of(std::array{"(", ",", " and", " or", " not"},
                                 [&before](std::string_view end) { return before.ends_with(end); });
@@ -231,7 +208,7 @@ std::size_t editDistance(std::string_view a, std::string_view b)
 
 std::string hintForFunction(std::string_view name)
 {
-    const std::string_view word = trimmed(name);
+    const std::string_view word = trimmed(name, kBlanks);
     const auto isNamed = [](std::string_view wanted) {
         return std::ranges::any_of(functions(), [wanted](const FunctionDef* f) { return wanted == f->name; });
     };
@@ -240,12 +217,12 @@ std::string hintForFunction(std::string_view name)
     if (looksInfix(name)) return hintForInfix(name);
     if (word.starts_with('"'))
         return "a text that ends in \")\" is taken for a call: quote all of it, or part it with a comma";
-    const std::string lowered = lower(word);
+    const std::string wanted = lowered(word);
     for (const FunctionDef* function : functions()) {
-        if (lowered == lower(function->name)) return didYouMean(function->name);
+        if (wanted == lowered(function->name)) return didYouMean(function->name);
     }
     for (const auto& [other, ours] : kElsewhere) {
-        if (lowered == other) return didYouMean(ours);
+        if (wanted == other) return didYouMean(ours);
     }
     if (const std::string tag = tagOfKeyword(word); !tag.empty()) return fmt::format("write {} for {}", tag, word);
     if (word.starts_with('$') || word.starts_with('@')) return "a variable is read with $(name)";
@@ -256,26 +233,24 @@ std::string hintForFunction(std::string_view name)
 std::string tagOfKeyword(std::string_view word)
 {
     const auto found = keywords().find(std::string(word));
-    return found == keywords().end() ? std::string() : tagText(found->second.getGroup(), found->second.getElement());
+    return found == keywords().end() ? std::string() : keyText(found->second);
 }
 
 std::string tagMeantBy(std::string_view text)
 {
-    text = trimmed(text);
+    text = trimmed(text, kBlanks);
     while (!text.empty() && std::string_view("([{").find(text.front()) != std::string_view::npos) text.remove_prefix(1);
     while (!text.empty() && std::string_view(")]}:").find(text.back()) != std::string_view::npos) text.remove_suffix(1);
-    text = trimmed(text);
+    text = trimmed(text, kBlanks);
     std::string word(text);
     std::erase(word, ' ');
     if (std::string tag = tagOfKeyword(word); !tag.empty()) return tag;
-    unsigned group = 0;
-    unsigned element = 0;
     const std::size_t comma = text.find_first_of(",;.:|/ ");
     const bool isSplit = comma != std::string_view::npos;
     if (!isSplit && text.size() != 8) return {};
-    const std::string_view first = text.substr(0, isSplit ? comma : 4);
-    const std::string_view second = text.substr(isSplit ? comma + 1 : 4);
-    return readComponent(first, group) && readComponent(second, element) ? tagText(group, element) : std::string();
+    const auto group = readComponent(text.substr(0, isSplit ? comma : 4));
+    const auto element = readComponent(text.substr(isSplit ? comma + 1 : 4));
+    return group && element ? keyText({*group, *element}) : std::string();
 }
 
 bool looksInfix(std::string_view text)
@@ -287,7 +262,7 @@ bool looksInfix(std::string_view text)
     for (std::size_t i = 1; i + 1 < text.size(); ++i) {
         if (!isOperator(text[i])) continue;
         if (text[i - 1] == ' ' && text[i + 1] == ' ') return true;
-        const std::string_view before = trimmed(text.substr(0, i));
+        const std::string_view before = trimmed(text.substr(0, i), kBlanks);
         if (before.ends_with(')') || before.ends_with('"')) return true;
     }
     return false;

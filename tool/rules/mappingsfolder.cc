@@ -3,9 +3,8 @@
 #include "tool/rules/mappingsfolder.h"
 
 #include "tool/console/output.h"
+#include "tool/console/text.h"
 #include "tool/rules/lintnames.h" // editDistance
-
-#include <dcmtk/ofstd/ofstd.h>
 
 #include <algorithm>
 #include <cerrno>
@@ -32,13 +31,6 @@ bool isFile(const fs::path& path)
     if (status.type() == fs::file_type::not_found && fs::is_symlink(path, failure))
         throw FileError(path, "a link that leads nowhere");
     return fs::is_regular_file(status);
-}
-
-std::string inLowerCase(const std::string& title)
-{
-    OFString lower;
-    OFStandard::toLower(lower, OFString(title.data(), title.size()));
-    return {lower.data(), lower.size()};
 }
 
 } // namespace
@@ -78,7 +70,7 @@ std::string titleMeantBy(const fs::path& folder, Direction direction, const std:
     std::string meant;
     std::size_t least = most + 1;
     for (std::string& title : titlesIn(folder, direction)) {
-        const std::size_t distance = editDistance(inLowerCase(aeTitle), inLowerCase(title));
+        const std::size_t distance = editDistance(lowered(aeTitle), lowered(title));
         if (distance >= least) continue;
         least = distance;
         meant = std::move(title);

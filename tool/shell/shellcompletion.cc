@@ -2,6 +2,8 @@
 // Completion by the kind of word that the cursor stands behind. Keywords become tags, since rules know only these.
 #include "tool/shell/shellcompletion.h"
 
+#include "tool/console/text.h"
+
 #include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcdicent.h>
 #include <dcmtk/dcmdata/dcdict.h>
@@ -28,16 +30,6 @@ bool isWordByte(char c)
     return (c >= 'a' && c <= 'z') || (c >= 'A' && c <= 'Z') || (c >= '0' && c <= '9') || c == '@';
 }
 
-char lowered(char c)
-{
-    return c >= 'A' && c <= 'Z' ? static_cast<char>(c - 'A' + 'a') : c;
-}
-
-bool beginsWith(std::string_view text, std::string_view begin)
-{
-    return text.size() >= begin.size() && std::ranges::equal(text.substr(0, begin.size()), begin, {}, lowered, lowered);
-}
-
 bool isInQuotes(std::string_view line)
 {
     bool isInside = false;
@@ -46,11 +38,6 @@ bool isInQuotes(std::string_view line)
         else if (isInside && line[at] == '\\') ++at;
     }
     return isInside;
-}
-
-std::string tagText(const DcmTagKey& key)
-{
-    return fmt::format("({:04x},{:04x})", key.getGroup(), key.getElement());
 }
 
 /// Calls `visit(key, keyword)` for every attribute of the standard with one tag.
@@ -105,8 +92,8 @@ Completion completeTag(std::size_t begin, std::string_view word, const MappingSe
 {
     Candidates candidates;
     const auto add = [&](const DcmTagKey& key, const char* name) {
-        const std::string text = tagText(key);
-        if (beginsWith(text, word)) candidates.emplace(text, name);
+        const std::string text = keyText(key);
+        if (startsWithAnyCase(text, word)) candidates.emplace(text, name);
     };
     if (session.dataset != nullptr) {
         for (unsigned long index = 0; index < session.dataset->card(); ++index) {
@@ -135,15 +122,15 @@ Completion completeWord(std::size_t begin, std::string_view word)
     Candidates candidates;
     for (const FunctionDef* const* function = funcList; *function != nullptr; ++function) {
         const std::string_view name = (*function)->name;
-        if (!name.empty() && beginsWith(name, word)) candidates.emplace(std::string(name) + "(", "");
+        if (!name.empty() && startsWithAnyCase(name, word)) candidates.emplace(std::string(name) + "(", "");
     }
     constexpr std::string_view kOthers[] = {"USER("}; // a target, too
     for (const std::string_view name : kOthers) {
-        if (beginsWith(name, word)) candidates.emplace(name, "");
+        if (startsWithAnyCase(name, word)) candidates.emplace(name, "");
     }
     forEachKeyword([&](const DcmTagKey& key, const char* keyword) {
-        if (!beginsWith(keyword, word)) return;
-        candidates.emplace(keyword, tagText(key));
+        if (!startsWithAnyCase(keyword, word)) return;
+        candidates.emplace(keyword, keyText(key));
     });
     // Letters as typed count where any candidate has them.
     if (std::ranges::any_of(candidates, [word](const auto& one) { return one.first.starts_with(word); }))
