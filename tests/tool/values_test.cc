@@ -2,7 +2,7 @@
 // Which texts are values of a VR, and what is said of those that are none.
 #ifdef KXDCM_TOOL
 
-#include "tool/dicom/lintvalue.h"
+#include "tool/dicom/valuefaults.h"
 
 #include <gtest/gtest.h>
 
@@ -47,7 +47,7 @@ TEST(ToolValues, haveTheFormOfTheirVr)
         forEachPart(c.good, [&c](const std::string& text) { EXPECT_FALSE(faultOf(c.vr, text)) << c.vr << text; });
         forEachPart(c.bad, [&c](const std::string& text) {
             const auto fault = faultOf(c.vr, text);
-            EXPECT_TRUE(fault && fault->kind == ValueFault::Kind::Form) << c.vr << text;
+            EXPECT_TRUE(fault && fault->name == fault::kForm) << c.vr << text;
         });
     }
 }
@@ -74,7 +74,7 @@ TEST(ToolValues, areNoLongerThanTheirVrAllows)
     };
     for (const Case& c : cases) {
         const auto fault = faultOf(c.vr, c.text);
-        EXPECT_EQ(fault ? fault->message : "", c.said == nullptr ? "" : c.said) << c.text;
+        EXPECT_EQ(fault ? fault->text : "", c.said == nullptr ? "" : c.said) << c.text;
     }
 }
 

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "tool/console/utf8.h"
 
+#include <algorithm>
 #include <utf8proc.h>
 
 namespace kxtool {
@@ -53,6 +54,13 @@ bool isUtf8(std::string_view text)
         text.remove_prefix(size);
     }
     return true;
+}
+
+std::size_t characterCount(std::string_view text)
+{
+    std::size_t count = 0;
+    for (; !text.empty(); ++count) text.remove_prefix(std::max<std::size_t>(1, utf8SizeAt(text)));
+    return count;
 }
 
 std::size_t displayWidth(std::string_view text)

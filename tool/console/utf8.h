@@ -26,6 +26,9 @@ std::size_t utf8SizeAt(std::string_view text);
 /// @return whether the bytes are UTF-8, ASCII included.
 bool isUtf8(std::string_view text);
 
+/// @return the characters of a text; a byte that begins none counts as one.
+std::size_t characterCount(std::string_view text);
+
 /// @return the columns that a UTF-8 text takes on a terminal.
 std::size_t displayWidth(std::string_view text);
 

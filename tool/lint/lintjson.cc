@@ -1,7 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Findings for programs: our own JSON, and SARIF (OASIS, version 2.1.0) for code review tools.
 #include "tool/console/utf8.h"
-#include "tool/dicom/lintvalue.h"
 #include "tool/lint/lintreport.h"
 
 #include <cctype>
@@ -62,21 +61,13 @@ std::string uriOf(const std::filesystem::path& path)
     return uri;
 }
 
-// SARIF counts characters; a byte that begins none counts as one.
-std::size_t charactersIn(std::string_view text)
-{
-    std::size_t count = 0;
-    for (; !text.empty(); ++count) text.remove_prefix(std::max<std::size_t>(1, utf8SizeAt(text)));
-    return count;
-}
-
 Json regionOf(const Finding& finding)
 {
     const std::string_view text = finding.line->text;
     const std::size_t begin = std::min(finding.span.begin, text.size());
     const std::size_t end = std::clamp(finding.span.end, begin, text.size());
-    const std::size_t first = finding.line->column + charactersIn(text.substr(0, begin)) + 1;
-    const std::size_t size = std::max<std::size_t>(1, charactersIn(text.substr(begin, end - begin)));
+    const std::size_t first = finding.line->column + characterCount(text.substr(0, begin)) + 1;
+    const std::size_t size = std::max<std::size_t>(1, characterCount(text.substr(begin, end - begin)));
     return {{"startLine", finding.line->line}, {"startColumn", first}, {"endColumn", first + size}};
 }
 

@@ -4,7 +4,6 @@
 #include "tool/console/output.h"
 #include "tool/console/table.h"
 #include "tool/console/utf8.h"
-#include "tool/dicom/lintvalue.h"
 
 #include <algorithm>
 #include <fmt/format.h>

@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // What a rule may write, against the VR of its target: its form, its length, its letters.
-#include "tool/dicom/lintvalue.h"
+#include "tool/console/utf8.h"
+#include "tool/dicom/valuefaults.h"
 #include "tool/lint/ruleview.h"
 #include "tool/lint/vrtext.h"
 
@@ -52,9 +53,9 @@ bool lintText(const RuleView& view, const Target& target, const Expression& node
         return view.tell(Check::ValueForm, node,
                          fmt::format("{}: SQ holds items, which no text can make", target.name()));
     if (const auto fault = faultOf(target.vr, text)) {
-        const bool isForm = fault->kind == ValueFault::Kind::Form;
+        const bool isForm = fault->name == fault::kForm;
         return view.tell(isForm ? Check::ValueForm : Check::ValueTooLong, node,
-                         fmt::format("{}: {}", target.name(), fault->message),
+                         fmt::format("{}: {}", target.name(), fault->text),
                          isForm ? hintForForm(node, target.vr, text) : "");
     }
     const auto count = static_cast<std::size_t>(std::ranges::count(text, '\\')) + 1;
@@ -158,11 +159,10 @@ private:
     void lintLetters(const Expression& node)
     {
         if (isLiteral(node) && !isAscii(literalOf(node)) && !view_.knowledge.isDecidedBy(node, {0x0008, 0x0005})) {
-            const bool isUtf8 = characterCount(literalOf(node)) < literalOf(node).size();
             view_.tell(Check::NonAscii, node,
                        fmt::format("{}: these bytes mean what the dataset's Specific Character Set makes of them",
                                    target_.name()),
-                       isUtf8 ? "as UTF-8 they are right in datasets of ISO_IR 192 alone" : "");
+                       isUtf8(literalOf(node)) ? "as UTF-8 they are right in datasets of ISO_IR 192 alone" : "");
         }
         if (wayOf(node) != Way::Joined) return;
         for (const Expression* part : node.params) lintLetters(*part);

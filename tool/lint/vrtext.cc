@@ -2,7 +2,7 @@
 // Facts on VRs: one table.
 #include "tool/lint/vrtext.h"
 
-#include "tool/dicom/lintvalue.h"
+#include "tool/dicom/valuefaults.h"
 
 #include "KXItem.h"
 

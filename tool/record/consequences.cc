@@ -6,7 +6,8 @@
 #include "tool/console/table.h"
 #include "tool/console/text.h"
 #include "tool/console/utf8.h"
-#include "tool/record/valuefaults.h"
+#include "tool/dicom/valuefaults.h"
+#include "tool/record/runcharactersets.h"
 
 #include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcdeftag.h>

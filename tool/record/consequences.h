@@ -2,7 +2,6 @@
 // What rules made wrong in a dataset. Faults that the sender's values already had are left out.
 #pragma once
 
-#include "tool/record/chartext.h"
 #include "tool/record/recorder.h"
 
 #include <bitset>

@@ -3,7 +3,7 @@
 // they also change bytes that are no letters, which damages the text.
 #pragma once
 
-#include "tool/record/chartext.h"
+#include "tool/dicom/characterset.h"
 
 #include <string>
 #include <string_view>

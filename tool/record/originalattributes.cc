@@ -2,8 +2,8 @@
 // The item is built beside the dataset and goes in when it is complete, so that a failure leaves the dataset as it is.
 #include "tool/record/originalattributes.h"
 
-#include "tool/record/chartext.h"
-#include "tool/record/valuefaults.h"
+#include "tool/dicom/characterset.h"
+#include "tool/dicom/valuefaults.h"
 
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcsequen.h>

@@ -2,8 +2,8 @@
 // What happened to a file, in words for people and as a line of JSON for programs.
 #pragma once
 
-#include "tool/record/chartext.h"
 #include "tool/record/recorder.h"
+#include "tool/record/runcharactersets.h"
 
 #include <cstdint>
 #include <filesystem>

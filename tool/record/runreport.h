@@ -5,6 +5,7 @@
 
 #include "tool/record/consequences.h"
 #include "tool/record/recorder.h"
+#include "tool/record/runcharactersets.h"
 
 #include <nlohmann/json_fwd.hpp>
 

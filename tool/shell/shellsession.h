@@ -2,8 +2,8 @@
 // A file, or nothing, and the rules typed so far: what "kxmap eval" and "kxmap shell" work on.
 #pragma once
 
+#include "tool/dicom/characterset.h"
 #include "tool/dicom/dicomfile.h"
-#include "tool/record/chartext.h"
 #include "tool/record/recorder.h"
 #include "tool/rules/rulefile.h"
 

@@ -9,13 +9,9 @@
 #include <string>
 #include <string_view>
 
-class DcmDataset;
 class DcmItem;
 
 namespace kxtool {
-
-class Recording;
-struct Step;
 
 /// @return whether texts of this VR are in the Specific Character Set (DICOM PS3.5 section 6.1.2.3); others are ASCII.
 bool hasCharacterSet(DcmEVR vr);
@@ -46,26 +42,6 @@ public:
 
 private:
     std::string terms_;
-};
-
-/// The character sets before and after a recorded run, of the dataset and of the items in which rules wrote.
-class RunCharacterSets {
-public:
-    /// @param dataset as the run left it; must outlive this object.
-    RunCharacterSets(const Recording& recording, DcmDataset& dataset);
-
-    /// Of the dataset itself.
-    const CharacterSet& before() const { return before_; }
-    const CharacterSet& after() const { return after_; }
-
-    /// At the target of a step. Items with a character set of their own are taken as the run left them.
-    CharacterSet before(const Step& step) const;
-    CharacterSet after(const Step& step) const;
-
-private:
-    DcmDataset& dataset_;
-    CharacterSet before_;
-    CharacterSet after_;
 };
 
 /// @return whether all bytes are ASCII, and none begins an escape sequence: the same in every character set.

@@ -1,10 +1,13 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // The VRs as a table: how long a value may be, and a test of its form.
-#include "tool/dicom/lintvalue.h"
+#include "tool/dicom/valuefaults.h"
 
+#include "tool/console/table.h"
 #include "tool/console/text.h"
 #include "tool/console/utf8.h"
 
+#include <dcmtk/dcmdata/dcdicent.h>
+#include <dcmtk/dcmdata/dcdict.h>
 #include <dcmtk/dcmdata/dcvras.h>
 #include <dcmtk/dcmdata/dcvrda.h>
 #include <dcmtk/dcmdata/dcvrds.h>
@@ -32,7 +35,7 @@ bool isLine(std::string_view value)
     return std::ranges::none_of(value, [](char c) { return isControl(c) && c != '\x1B'; });
 }
 
-bool isText(std::string_view value)
+bool isProse(std::string_view value)
 {
     return std::ranges::none_of(value, [](char c) {
         return isControl(c) && std::string_view("\t\n\f\r\x1B").find(c) == std::string_view::npos;
@@ -158,13 +161,13 @@ constexpr VrRule kRules[] = {
     {EVR_FL, "FL", kNoLimit, false, true, isNumber<double>, "a number"},
     {EVR_IS, "IS", 12, false, true, isNumber<Sint32>, "a whole number of 32 bits"},
     {EVR_LO, "LO", 64, true, true, isLine, kPlain},
-    {EVR_LT, "LT", 10240, true, false, isText, kPlain},
+    {EVR_LT, "LT", 10240, true, false, isProse, kPlain},
     {EVR_PN, "PN", 64, true, true, isName, "a name: up to three groups parted by =, of up to five parts parted by ^"},
     {EVR_SH, "SH", 16, true, true, isLine, kPlain},
     {EVR_SL, "SL", kNoLimit, false, true, isNumber<Sint32>, "a whole number of 32 bits"},
     {EVR_SQ, "SQ", kNoLimit, false, false, nullptr, "items, which no text can make"},
     {EVR_SS, "SS", kNoLimit, false, true, isNumber<Sint16>, "a whole number from -32768 to 32767"},
-    {EVR_ST, "ST", 1024, true, false, isText, kPlain},
+    {EVR_ST, "ST", 1024, true, false, isProse, kPlain},
     {EVR_TM, "TM", 14, false, true, isTime, "a time: HHMMSS.FFFFFF, from the left"},
     {EVR_UC, "UC", kNoLimit, true, true, isLine, kPlain},
     {EVR_UI, "UI", 64, false, true, isFormOf<DcmUniqueIdentifier>,
@@ -172,7 +175,7 @@ constexpr VrRule kRules[] = {
     {EVR_UL, "UL", kNoLimit, false, true, isNumber<Uint32>, "a whole number from 0 to 4294967295"},
     {EVR_UR, "UR", kNoLimit, false, false, isAddress, "an address, without blanks"},
     {EVR_US, "US", kNoLimit, false, true, isNumber<Uint16>, "a whole number from 0 to 65535"},
-    {EVR_UT, "UT", kNoLimit, true, false, isText, kPlain},
+    {EVR_UT, "UT", kNoLimit, true, false, isProse, kPlain},
     {EVR_xs, "US or SS", kNoLimit, false, true, isShort, "a whole number of 16 bits"},
 };
 
@@ -184,28 +187,50 @@ std::string shownStart(std::string_view value)
     return value.size() > kMost ? shown + "..." : shown;
 }
 
-std::optional<ValueFault> lengthFault(const VrRule& rule, std::string_view part, const char* partName)
+std::optional<Fault> lengthFault(const VrRule& rule, std::string_view part, const char* partName)
 {
-    const std::size_t size = rule.countsCharacters ? characterCount(part) : part.size();
+    const std::size_t size = rule.countsCharacters && isUtf8(part) ? characterCount(part) : part.size();
     if (rule.most == kNoLimit || size <= rule.most) return std::nullopt;
     const char* unit = rule.countsCharacters ? "characters" : "bytes";
-    return ValueFault{ValueFault::Kind::TooLong, fmt::format("{} {} has {} {}, and {} holds {}", rule.name, partName,
-                                                             size, unit, rule.name, rule.most)};
+    return Fault{fault::kLength, fmt::format("{} {} has {} {}, and {} holds {}", rule.name, partName, size, unit,
+                                             rule.name, rule.most)};
 }
 
-std::optional<ValueFault> valueFault(const VrRule& rule, std::string_view value)
+std::optional<Fault> valueFault(const VrRule& rule, std::string_view value)
 {
-    if (value.empty() || rule.isGood(value)) {
-        if (rule.vr != EVR_PN) return lengthFault(rule, value, "value");
-        for (std::string_view rest = value; !rest.empty();) {
-            const std::string_view group = rest.substr(0, rest.find('='));
-            if (auto fault = lengthFault(rule, group, "component group")) return fault;
-            rest.remove_prefix(std::min(group.size() + 1, rest.size()));
-        }
-        return std::nullopt;
+    if (!value.empty() && !rule.isGood(value))
+        return Fault{fault::kForm,
+                     fmt::format("{} holds {}, and not \"{}\"", rule.name, rule.holds, shownStart(value))};
+    if (rule.vr != EVR_PN) return lengthFault(rule, value, "value");
+    for (const std::string_view group : split(value, '=')) {
+        if (auto fault = lengthFault(rule, group, "component group")) return fault;
     }
-    return ValueFault{ValueFault::Kind::Form,
-                      fmt::format("{} holds {}, and not \"{}\"", rule.name, rule.holds, shownStart(value))};
+    return std::nullopt;
+}
+
+std::optional<Fault> charsetFault(const Sample& sample)
+{
+    if (!hasCharacterSet(sample.vr) || isPlainAscii(sample.text)) return std::nullopt;
+    if (!sample.set.toUtf8(sample.text))
+        return Fault{fault::kCharset, fmt::format("{} is not in the dataset's character set {}",
+                                                  shownQuoted(sample.set.readable(sample.text)), sample.set.name())};
+    return sample.set.isSingleByte() && isUtf8(sample.text) ? std::optional(utf8Fault(sample)) : std::nullopt;
+}
+
+std::optional<Fault> multiplicityFault(const Sample& sample, std::string_view utf8)
+{
+    if (!holdsValues(sample.vr)) return std::nullopt;
+    const DcmDictEntry* entry = dcmDataDict.rdlock().findEntry(sample.key, nullptr);
+    const int least = entry == nullptr ? 0 : entry->getVMMin();
+    const int most = entry == nullptr ? DcmVariableVM : entry->getVMMax();
+    dcmDataDict.rdunlock();
+    const auto count = static_cast<int>(split(utf8, '\\').size());
+    if (count >= least && (most == DcmVariableVM || count <= most)) return std::nullopt;
+    const std::string range = most == least           ? std::to_string(least)
+                              : most == DcmVariableVM ? fmt::format("{} or more", least)
+                                                      : fmt::format("{} to {}", least, most);
+    return Fault{fault::kMultiplicity, fmt::format("{} is {} value{}, the attribute takes {}", shownQuoted(utf8), count,
+                                                   count == 1 ? "" : "s", range)};
 }
 
 } // namespace
@@ -222,30 +247,48 @@ std::size_t mostBytesOf(DcmEVR vr)
     return rule == std::ranges::end(kRules) ? kNoLimit : rule->most;
 }
 
-std::size_t characterCount(std::string_view text)
-{
-    std::size_t count = 0;
-    for (std::string_view rest = text; !rest.empty(); ++count) {
-        const std::size_t size = utf8SizeAt(rest);
-        if (size == 0) return text.size();
-        rest.remove_prefix(size);
-    }
-    return count;
-}
-
-std::optional<ValueFault> faultOf(DcmEVR vr, std::string_view text)
+std::optional<Fault> faultOf(DcmEVR vr, std::string_view text)
 {
     const auto* rule = std::ranges::find(kRules, vr, &VrRule::vr);
     if (rule == std::ranges::end(kRules) || text.empty()) return std::nullopt;
-    if (rule->isGood == nullptr)
-        return ValueFault{ValueFault::Kind::Form, fmt::format("{} holds {}", rule->name, rule->holds)};
+    if (rule->isGood == nullptr) return Fault{fault::kForm, fmt::format("{} holds {}", rule->name, rule->holds)};
     if (!rule->hasValues) return valueFault(*rule, text);
-    while (true) {
-        const std::size_t end = text.find('\\');
-        if (auto fault = valueFault(*rule, text.substr(0, end))) return fault;
-        if (end == std::string_view::npos) return std::nullopt;
-        text.remove_prefix(end + 1);
+    for (const std::string_view value : split(text, '\\')) {
+        if (auto fault = valueFault(*rule, value)) return fault;
     }
+    return std::nullopt;
+}
+
+Fault utf8Fault(const Sample& sample)
+{
+    return {fault::kCharset,
+            fmt::format("{} seems to be UTF-8; in the dataset's character set {} it reads {}", shownQuoted(sample.text),
+                        sample.set.name(), shownQuoted(sample.set.readable(sample.text)))};
+}
+
+bool isText(DcmEVR vr)
+{
+    return DcmVR(vr).isaString();
+}
+
+std::vector<Fault> faultsOf(const Sample& sample)
+{
+    std::vector<Fault> faults;
+    const auto add = [&faults](std::optional<Fault> fault) {
+        if (fault) faults.push_back(std::move(*fault));
+    };
+    if (!isText(sample.vr) || sample.text.empty()) return faults;
+    add(charsetFault(sample));
+    const auto converted = sample.set.toUtf8(sample.text);
+    if (!converted && hasCharacterSet(sample.vr)) return faults; // neither characters nor values can be told apart
+    const std::string& utf8 = converted ? *converted : sample.text;
+    if (const auto value = faultOf(sample.vr, utf8)) {
+        const bool isLength = value->name == fault::kLength; // the other message shows the value itself
+        add(Fault{value->name,
+                  isLength ? fmt::format("{}: {}", shownQuoted(utf8), value->text) : shownUtf8(value->text)});
+    }
+    add(multiplicityFault(sample, utf8));
+    return faults;
 }
 
 } // namespace kxtool

@@ -1,12 +1,10 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Converts by DCMTK; the Japanese character sets, which DCMTK does not convert with the C library's iconv, by the names
 // that iconv has for them.
-#include "tool/record/chartext.h"
+#include "tool/dicom/characterset.h"
 
 #include "tool/console/utf8.h"
-#include "tool/record/recorder.h"
 
-#include <dcmtk/dcmdata/dcdatset.h>
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcitem.h>
 #include <dcmtk/dcmdata/dcspchrs.h>
@@ -103,31 +101,6 @@ std::string CharacterSet::readable(std::string_view text) const
         else readable += byte;
     }
     return readable;
-}
-
-RunCharacterSets::RunCharacterSets(const Recording& recording, DcmDataset& dataset)
-    : dataset_(dataset), before_(CharacterSet::of(dataset)), after_(before_)
-{
-    const auto original = recording.originals().find(DCM_SpecificCharacterSet);
-    if (original == recording.originals().end()) return;
-    OFString terms;
-    if (original->second) std::ignore = original->second->getOFStringArray(terms);
-    before_ = CharacterSet(std::string(terms.c_str(), terms.length()));
-}
-
-CharacterSet RunCharacterSets::before(const Step& step) const
-{
-    const CharacterSet there = after(step);
-    return there.terms() == after_.terms() ? before_ : there;
-}
-
-CharacterSet RunCharacterSets::after(const Step& step) const
-{
-    const auto* nested = dynamic_cast<const LVSeqDicomTag*>(step.rule->target.get());
-    if (nested == nullptr) return after_;
-    std::list<int> path(nested->path);
-    DcmItem* item = getParentItem(path, &dataset_);
-    return item == nullptr ? after_ : CharacterSet::of(*item);
 }
 
 bool isPlainAscii(std::string_view text)
