@@ -87,13 +87,28 @@ bool CheckSwitches::set(std::string_view text)
 
 std::vector<Finding> Findings::take()
 {
-    const auto offsetOf = [](const Finding& finding) { return finding.line->column + finding.span.begin; };
-    std::ranges::stable_sort(found_, [&](const Finding& a, const Finding& b) {
+    struct Place {
+        const RuleFile* file;
+        std::size_t line; ///< 0 for the whole file
+        std::size_t offset;
+        std::size_t index; ///< in what was found
+    };
+    std::vector<Place> places;
+    places.reserve(found_.size());
+    for (const Finding& one : found_) {
+        const std::size_t line = one.line == nullptr ? 0 : one.line->line;
+        const std::size_t offset = one.line == nullptr ? 0 : one.line->column + one.span.begin;
+        places.push_back({one.file, line, offset, places.size()});
+    }
+    std::ranges::sort(places, [](const Place& a, const Place& b) {
         if (a.file != b.file) return std::less<>()(a.file, b.file);
-        if (a.line == nullptr || b.line == nullptr) return a.line == nullptr && b.line != nullptr;
-        return std::tuple(a.line->line, offsetOf(a)) < std::tuple(b.line->line, offsetOf(b));
+        return std::tie(a.line, a.offset, a.index) < std::tie(b.line, b.offset, b.index);
     });
-    return std::move(found_);
+    std::vector<Finding> all;
+    all.reserve(places.size());
+    for (const Place& place : places) all.push_back(std::move(found_[place.index]));
+    found_.clear();
+    return all;
 }
 
 kxmap::Span Site::spanOf(const Expression& node) const

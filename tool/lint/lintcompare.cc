@@ -27,12 +27,12 @@ bool mends(const RuleView& view, const Expression& node, int steps = 0)
 }
 
 /// @return the texts of one side, where none of them is what the other hardly ever has.
-std::vector<std::string> unusualTexts(const Known& fixed, const Known& open)
+Texts unusualTexts(const Known& fixed, const Known& open)
 {
-    std::vector<std::string> texts = textsOf(fixed);
+    const Texts texts = textsOf(fixed);
     if (!textsOf(open).empty() || isTextless(open.usual.vr)) return {};
     const auto isGood = [&open](const std::string& text) { return isUsual(open, text); };
-    return std::ranges::any_of(texts, isGood) ? std::vector<std::string>() : texts;
+    return std::ranges::any_of(texts, isGood) ? Texts() : texts;
 }
 
 std::string whyUnusual(const Known& open, const std::string& text)
@@ -50,7 +50,7 @@ bool lintUnusual(const RuleView& view, const Expression& a, const Expression& b)
     const bool isFirst = !textsOf(view.of(a)).empty();
     const Expression& fixed = isFirst ? a : b;
     const Expression& open = isFirst ? b : a;
-    const std::vector<std::string> texts = unusualTexts(view.of(fixed), view.of(open));
+    const Texts texts = unusualTexts(view.of(fixed), view.of(open));
     return !texts.empty() && !mends(view, open) &&
            view.tell(Check::NeverEqual, fixed,
                      fmt::format("hardly ever equal: {}", whyUnusual(view.of(open), texts.front())));
@@ -63,7 +63,7 @@ bool lintUnusualPart(const RuleView& view, const Expression& text, const Express
     const auto isGood = [&open](const std::string& part) {
         return (bytesOf(part) & ~open.usual.may).none() && part.size() <= open.usual.most;
     };
-    const std::vector<std::string> parts = textsOf(view.of(wanted));
+    const Texts parts = textsOf(view.of(wanted));
     if (parts.empty() || !textsOf(open).empty() || isTextless(open.usual.vr)) return false;
     return std::ranges::none_of(parts, isGood) && !mends(view, text) &&
            view.tell(Check::NeverEqual, wanted, "hardly ever found: the text is made of other letters, or shorter");

@@ -92,24 +92,24 @@ bool isNullElsewhere(std::string_view text)
 // A bare text of one word, or that looks like a call in other brackets.
 void lintWord(const Site& site, const NodeSpan& node, std::string_view text)
 {
-    const std::string asText = fmt::format("this is the text {}", shownQuoted(text));
+    const auto asText = [text] { return fmt::format("this is the text {}", shownQuoted(text)); };
     const std::size_t bracket = text.find_first_of("[{");
     const Builtin* called = bracket == std::string_view::npos ? nullptr : builtinNamed(text.substr(0, bracket));
     if (isNullElsewhere(text)) {
-        site.reportRight(Check::BareFunction, node.text, text == "NULL" ? "without brackets " + asText : asText,
+        site.reportRight(Check::BareFunction, node.text, text == "NULL" ? "without brackets " + asText() : asText(),
                          "NULL() is the absent value; put the text in quotes where it is meant");
     } else if (builtinNamed(text) != nullptr && text != "$") {
-        site.reportRight(Check::BareFunction, node.text, fmt::format("without brackets {}", asText),
+        site.reportRight(Check::BareFunction, node.text, fmt::format("without brackets {}", asText()),
                          fmt::format("write {}(...) for the function, \"{}\" for the text", text, text));
     } else if (called != nullptr && called->way != Way::Variable && (text.ends_with(']') || text.ends_with('}'))) {
-        site.reportRight(Check::BareFunction, node.text, asText,
+        site.reportRight(Check::BareFunction, node.text, asText(),
                          fmt::format("a call has round brackets: {}(...)", called->name()));
     } else if (text.starts_with('$')) {
         std::string name(text.substr(1));
         std::erase_if(name, [](char c) { return std::string_view("$(){} ").find(c) != std::string_view::npos; });
-        site.reportRight(Check::BareVariable, node.text, asText, fmt::format("a variable is read with $({})", name));
+        site.reportRight(Check::BareVariable, node.text, asText(), fmt::format("a variable is read with $({})", name));
     } else if (const std::string_view word = text.substr(text.find_last_of('.') + 1); isKeyword(word)) {
-        site.reportRight(Check::BareKeyword, node.text, asText,
+        site.reportRight(Check::BareKeyword, node.text, asText(),
                          fmt::format("write {} for the element's value", tagOfKeyword(word)));
     } else if (isInForeignQuotes(text)) {
         site.reportRight(Check::ForeignQuote, node.text, "these quotes are part of the text",
@@ -155,14 +155,6 @@ void lintQuoted(const Site& site, const NodeSpan& node)
     }
 }
 
-bool isVariableSet(const RuleFile& file, const std::string& name)
-{
-    return std::ranges::any_of(file.lines, [&name](const RuleLine& line) {
-        const auto* variable = dynamic_cast<const LVTempVar*>(line.target.get());
-        return variable != nullptr && variable->name == name;
-    });
-}
-
 // A text, in quotes or not, that holds what would be read outside of it.
 void lintHeld(const Site& site, const NodeSpan& node)
 {
@@ -181,7 +173,7 @@ void lintHeld(const Site& site, const NodeSpan& node)
         return;
     }
     if (isBare && text.starts_with('$')) return;
-    const auto isSet = [&site](const std::string& name) { return isVariableSet(site.file, name); };
+    const auto isSet = [&site](const std::string& name) { return site.file.variables.contains(name); };
     if (const auto placeholder = findPlaceholder(text, isSet))
         site.reportRight(
             Check::Placeholder, node.text,
@@ -254,7 +246,7 @@ void lintJoined(const Site& site, const Expression& argument)
 {
     const std::string name = textOf(argument);
     const Span span = site.spanOf(argument);
-    if (site.line.right().substr(span.begin, 1) == "\"" || !isVariableSet(site.file, name)) return;
+    if (site.line.right().substr(span.begin, 1) == "\"" || !site.file.variables.contains(name)) return;
     site.reportRight(Check::BareVariable, span, fmt::format("this is the text {}", shownQuoted(name)),
                      fmt::format("a variable is read with $({}); put the text in quotes where it is meant", name));
 }

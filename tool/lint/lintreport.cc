@@ -28,9 +28,26 @@ std::size_t aligned(std::string_view text, std::size_t at)
     return begin + utf8SizeAt(text.substr(begin)) > at ? begin : at;
 }
 
+/// @return whether a text is what a terminal shows of it, a column a byte: most are.
+bool isPlain(std::string_view text)
+{
+    return std::ranges::all_of(text, [](char c) { return c >= ' ' && c < '\x7F'; });
+}
+
+std::size_t widthOf(std::string_view text)
+{
+    return isPlain(text) ? text.size() : displayWidth(text);
+}
+
+std::string shownLine(std::string_view text)
+{
+    return isPlain(text) ? std::string(text) : shownUtf8(text);
+}
+
 /// @return the text fit for a terminal, tabs as blanks.
 std::string shown(std::string_view text)
 {
+    if (isPlain(text)) return std::string(text);
     constexpr std::string_view kTab = "    ";
     std::string spread;
     for (const char c : text) {
@@ -56,7 +73,7 @@ Excerpt excerptOf(const Finding& finding, std::size_t room)
     std::size_t from = 0;
     std::size_t to = text.size();
     // A very long text needs no measuring, which would take its length for each of its findings.
-    if (text.size() > 4 * room || displayWidth(shown(text)) > room) {
+    if (text.size() > 4 * room || widthOf(shown(text)) > room) {
         from = begin > room / 2 ? aligned(text, begin - room / 2) : 0;
         to = aligned(text, from + room - 2 * kCut.size());
     }
@@ -65,9 +82,9 @@ Excerpt excerptOf(const Finding& finding, std::size_t room)
     const std::string lead = std::string(begins ? "" : kCut) + shown(text.substr(from, begin - from));
     const std::string marked = begin < to ? shown(text.substr(begin, std::min(end, to) - begin)) : "";
     const std::string rest = end < to ? shown(text.substr(end, to - end)) : "";
-    const std::size_t width = std::max<std::size_t>(displayWidth(marked), 1);
+    const std::size_t width = std::max<std::size_t>(widthOf(marked), 1);
     return {lead + marked + rest + std::string(ends ? "" : kCut),
-            std::string(displayWidth(lead), ' ') + '^' + std::string(width - 1, '~')};
+            std::string(widthOf(lead), ' ') + '^' + std::string(width - 1, '~')};
 }
 
 std::string counted(std::size_t count, const char* what)
@@ -77,7 +94,7 @@ std::string counted(std::size_t count, const char* what)
 
 std::string placeOf(const Finding& finding)
 {
-    const std::string path = shownUtf8(finding.path().native());
+    const std::string path = shownLine(finding.path().native());
     if (finding.line == nullptr) return path;
     return fmt::format("{}:{}:{}", path, finding.line->line, finding.line->column + finding.span.begin + 1);
 }
@@ -95,7 +112,7 @@ public:
         const Color color = isError ? Color::Red : Color::Yellow;
         printLine(fmt::format("{} {} {} {}", paint(placeOf(finding) + ':', Color::Bold),
                               paint(isError ? "error:" : "warning:", color),
-                              paint(shownUtf8(finding.message), Color::Bold),
+                              paint(shownLine(finding.message), Color::Bold),
                               paint(fmt::format("[{}]", infoOf(finding.check).name), Color::Dim)));
         if (finding.line != nullptr) {
             const Excerpt excerpt = excerptOf(finding, room_);
@@ -103,7 +120,7 @@ public:
             printLine(paint("      | ", Color::Dim) + paint(excerpt.below, color));
         }
         if (!finding.hint.empty())
-            printLine(fmt::format("      {} {}", paint("= note:", Color::Cyan), shownUtf8(finding.hint)));
+            printLine(fmt::format("      {} {}", paint("= note:", Color::Cyan), shownLine(finding.hint)));
         printLine("");
     }
 

@@ -147,7 +147,7 @@ private:
         const Known& value = view_.of(node);
         lintLetters(node);
         if (value.isNever()) return;
-        const std::vector<std::string> texts = isTextless(value.usual.vr) ? std::vector<std::string>() : textsOf(value);
+        const Texts texts = isTextless(value.usual.vr) ? Texts() : textsOf(value);
         for (const std::string& text : texts) {
             if (lintText(view_, target_, node, text)) return;
         }

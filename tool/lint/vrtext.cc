@@ -12,9 +12,11 @@
 
 #include <algorithm>
 #include <array>
+#include <cstdint>
 #include <fmt/format.h>
 #include <iterator>
 #include <span>
+#include <unordered_map>
 
 namespace kxtool {
 namespace {
@@ -77,6 +79,27 @@ Usual usualOf(DcmEVR vr, bool isSingle)
     return usual;
 }
 
+/// What the data dictionary says of a tag: asked once, as each question locks it.
+struct DictionaryRow {
+    DcmEVR vr;
+    std::optional<std::size_t> mostValues;
+};
+
+const DictionaryRow& dictionaryRow(const DcmTagKey& key)
+{
+    static thread_local std::unordered_map<std::uint32_t, DictionaryRow> rows;
+    const std::uint32_t number = (std::uint32_t{key.getGroup()} << 16U) | key.getElement();
+    if (const auto found = rows.find(number); found != rows.end()) return found->second;
+    const DcmDataDictionary& dictionary = dcmDataDict.rdlock();
+    const DcmDictEntry* entry = dictionary.findEntry(key, nullptr);
+    const int most = entry == nullptr ? DcmVariableVM : entry->getVMMax();
+    dcmDataDict.rdunlock();
+    const bool isOpen = most == DcmVariableVM || most < 1;
+    const DictionaryRow row{DcmTag(key).getEVR(),
+                            isOpen ? std::nullopt : std::optional(static_cast<std::size_t>(most))};
+    return rows.emplace(number, row).first->second;
+}
+
 bool isWithinVr(DcmEVR vr)
 {
     return vr != EVR_UNKNOWN && vr != EVR_UN && vr != EVR_UNKNOWN2B;
@@ -86,7 +109,7 @@ bool isWithinVr(DcmEVR vr)
 
 DcmEVR vrOf(const DcmTagKey& key)
 {
-    if (!KXItem::isOurPrivateTagKey(key)) return key.getGroup() == 0xFFFE ? EVR_UNKNOWN : DcmTag(key).getEVR();
+    if (!KXItem::isOurPrivateTagKey(key)) return key.getGroup() == 0xFFFE ? EVR_UNKNOWN : dictionaryRow(key).vr;
     const auto known = std::ranges::find(KXItem::dictionary(), key.getElement(), &KXItem::PrivateTag::element);
     return known == KXItem::dictionary().end() ? EVR_UNKNOWN : known->vr;
 }
@@ -98,11 +121,7 @@ bool isTextless(DcmEVR vr)
 
 std::optional<std::size_t> mostValuesOf(const DcmTagKey& key)
 {
-    const DcmDataDictionary& dictionary = dcmDataDict.rdlock();
-    const DcmDictEntry* entry = dictionary.findEntry(key, nullptr);
-    const int most = entry == nullptr ? DcmVariableVM : entry->getVMMax();
-    dcmDataDict.rdunlock();
-    return most == DcmVariableVM || most < 1 ? std::nullopt : std::optional(static_cast<std::size_t>(most));
+    return dictionaryRow(key).mostValues;
 }
 
 Known knownElement(const DcmTagKey& key)

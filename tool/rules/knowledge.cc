@@ -43,7 +43,7 @@ std::optional<Known> computed(const FunctionDef* function, std::span<const Known
     std::size_t count = 1;
     for (const Known& argument : arguments) {
         std::vector<Known>& some = choices.emplace_back();
-        for (const std::string& text : argument.isNever() ? std::vector<std::string>() : textsOf(argument))
+        for (const std::string& text : argument.isNever() ? Texts() : textsOf(argument))
             some.push_back(Known::always(text));
         if (!argument.isAlways() && (argument.isNever() || !some.empty())) some.push_back(Known::never());
         count *= some.size();
@@ -84,11 +84,6 @@ bool isPlainAscii(std::string_view text)
     return std::ranges::none_of(text, [](unsigned char c) { return c >= 0x80; });
 }
 
-const Expression& argumentOf(const Expression& call, std::size_t index)
-{
-    return **std::next(call.params.begin(), static_cast<std::ptrdiff_t>(index));
-}
-
 void narrow(Known& known, const Known& fact)
 {
     if (fact.isNever()) {
@@ -113,43 +108,79 @@ bool asksFor(const Expression& node, const std::vector<int>& path)
     return std::ranges::any_of(node.params, [&path](const Expression* one) { return asksFor(*one, path); });
 }
 
+std::size_t countOf(const Expression& node)
+{
+    std::size_t count = 1;
+    for (const Expression* argument : node.params) count += countOf(*argument);
+    return count;
+}
+
+constexpr std::size_t kMostSearched = 24; // nodes: of more an index is made
+
 constexpr int kMostSteps = 8; // of conditions that lead to others through variables
 
 } // namespace
 
 Knowledge::Knowledge(const Expression& root, const Surroundings& surroundings) : surroundings_(surroundings)
 {
-    learn(root);
+    const std::size_t count = countOf(root);
+    nodes_.reserve(count);
+    known_.reserve(count); // so that what is known of a node stays where it is
+    nodes_.push_back(&root);
+    known_.emplace_back();
+    learn(root, 0);
+    if (nodes_.size() <= kMostSearched) return;
+    for (std::size_t i = 0; i < nodes_.size(); ++i) places_[nodes_[i]] = i;
+}
+
+const Known& Knowledge::of(const Expression& node) const
+{
+    if (!places_.empty()) return known_[places_.at(&node)];
+    const auto found = std::ranges::find(nodes_, &node);
+    return known_.at(static_cast<std::size_t>(found - nodes_.begin()));
 }
 
 // Parsed trees are not deeper than the engine's limit of nesting.
-const Known& Knowledge::learn(const Expression& node)
+void Knowledge::learn(const Expression& node, std::size_t place)
 {
     if (node.func == nullptr) {
         if (!facts_.empty() && !isPlainAscii(literalOf(node))) around_[&node] = facts_;
-        return known_[&node] = Known::always(std::string(literalOf(node)));
+        known_[place] = Known::always(std::string(literalOf(node)));
+        return;
     }
     Known known = learnCall(node);
     if (wayOf(node) == Way::Equal && isSame(*node.params.front(), *node.params.back())) known = Known::always("true");
     for (const Fact& fact : facts_) {
         if (isSame(*fact.node, node)) narrow(known, fact.known);
     }
-    return known_[&node] = surroundings_.narrowed(node, std::move(known));
+    known_[place] = surroundings_.narrowed(node, std::move(known));
 }
 
-std::vector<Known> Knowledge::learnArguments(const Expression& call)
+std::size_t Knowledge::addPlaces(const std::list<Expression*>& nodes)
+{
+    const std::size_t first = nodes_.size();
+    nodes_.insert(nodes_.end(), nodes.begin(), nodes.end());
+    known_.resize(nodes_.size());
+    return first;
+}
+
+std::span<const Known> Knowledge::learnArguments(const Expression& call)
 {
     const std::size_t outside = facts_.size();
     const Way way = wayOf(call);
-    std::vector<Known> arguments;
-    arguments.reserve(call.params.size());
-    if (way == Way::Table) return learnTable(call);
+    const std::size_t first = addPlaces(call.params);
+    const std::span<const Known> arguments(known_.data() + first, call.params.size());
+    if (way == Way::Table) {
+        learnTable(call, first);
+        return arguments;
+    }
+    std::size_t place = first;
     for (const Expression* argument : call.params) {
-        if (way == Way::Choice && !arguments.empty()) {
+        if (way == Way::Choice && place > first) {
             facts_.resize(outside);
-            assume(*call.params.front(), arguments.size() == 1);
+            assume(*call.params.front(), place == first + 1);
         }
-        arguments.push_back(learn(*argument));
+        learn(*argument, place++);
         if (way == Way::FirstPresent || way == Way::AllPresent) assume(*argument, way == Way::AllPresent);
     }
     facts_.resize(outside);
@@ -157,30 +188,29 @@ std::vector<Known> Knowledge::learnArguments(const Expression& call)
 }
 
 // The default comes second in a rule, and last when it is decided.
-std::vector<Known> Knowledge::learnTable(const Expression& table)
+void Knowledge::learnTable(const Expression& table, std::size_t first)
 {
     const std::size_t outside = facts_.size();
+    const std::size_t end = first + table.params.size();
     const Expression& value = *table.params.front();
-    std::vector<Known> arguments(table.params.size());
-    arguments[0] = learn(value);
-    for (std::size_t i = 2; i + 1 < arguments.size(); i += 2) {
-        const Expression& from = argumentOf(table, i);
+    learn(value, first);
+    for (std::size_t i = first + 2; i + 1 < end; i += 2) {
+        const Expression& from = *nodes_[i];
         const std::size_t before = facts_.size();
-        arguments[i] = learn(from);
+        learn(from, i);
         assumeEqual(value, from, true);
-        arguments[i + 1] = learn(argumentOf(table, i + 1));
+        learn(*nodes_[i + 1], i + 1);
         facts_.resize(before);
         assumeEqual(value, from, false);
     }
-    if (arguments.size() > 1) arguments[1] = learn(argumentOf(table, 1));
+    if (first + 1 < end) learn(*nodes_[first + 1], first + 1);
     facts_.resize(outside);
-    return arguments;
 }
 
 Known Knowledge::learnCall(const Expression& call)
 {
     if (const auto path = pathOf(call)) return surroundings_.element(*path); // what most nodes are
-    const std::vector<Known> arguments = learnArguments(call);
+    const std::span<const Known> arguments = learnArguments(call);
     const Builtin& builtin = builtinOf(call.func);
     switch (const Way way = wayOf(call)) {
     case Way::Brackets:

@@ -108,14 +108,14 @@ bool Range::isIn32Bits() const
     return lowest >= std::numeric_limits<int>::min() && highest <= std::numeric_limits<int>::max();
 }
 
-std::vector<std::string> textsOf(const Known& value)
+Texts textsOf(const Known& value)
 {
-    return value.text ? std::vector{*value.text} : value.oneOf;
+    return value.text ? Texts(&*value.text, 1) : Texts(value.oneOf);
 }
 
 Range rangeOf(const Known& value)
 {
-    const std::vector<std::string> texts = textsOf(value);
+    const Texts texts = textsOf(value);
     if (texts.empty()) return value.range;
     Range all{std::numeric_limits<long long>::max(), std::numeric_limits<long long>::min()};
     for (const std::string& text : texts) {
@@ -154,11 +154,12 @@ Usual eitherUsual(const Known& a, const Known& b)
 std::vector<std::string> eitherText(const Known& a, const Known& b)
 {
     constexpr std::size_t kMost = 64; // a table that is longer is hardly written to be asked for its values
-    std::vector<std::string> all = textsOf(a);
-    std::vector<std::string> more = textsOf(b);
-    if (all.empty() || more.empty() || all.size() + more.size() > kMost) return {};
-    for (std::string& text : more) {
-        if (std::ranges::find(all, text) == all.end()) all.push_back(std::move(text));
+    const Texts some = textsOf(a);
+    const Texts more = textsOf(b);
+    if (some.empty() || more.empty() || some.size() + more.size() > kMost) return {};
+    std::vector<std::string> all(some.begin(), some.end());
+    for (const std::string& text : more) {
+        if (std::ranges::find(all, text) == all.end()) all.push_back(text);
     }
     return all;
 }
@@ -208,7 +209,7 @@ bool canBeEqual(const Known& a, const Known& b)
 {
     if (a.isNever() || b.isNever()) return false;
     const auto canBeOther = [](const Known& one, const Known& other) {
-        const std::vector<std::string> texts = textsOf(one);
+        const Texts texts = textsOf(one);
         return texts.empty() || std::ranges::any_of(texts, [&](const auto& text) { return canBe(other, text); });
     };
     if (!canBeOther(a, b) || !canBeOther(b, a)) return false;
@@ -264,20 +265,30 @@ const Expression* Surroundings::definition(const std::string& /*name*/) const
     return nullptr;
 }
 
+namespace {
+
+bool isElement(Way way)
+{
+    return way == Way::Tag || way == Way::Path;
+}
+
+} // namespace
+
 bool isSame(const Expression& a, const Expression& b)
 {
     if (a.func == nullptr && b.func == nullptr)
         return std::string_view(a.text ? a.text : "") == std::string_view(b.text ? b.text : "");
     const Way way = wayOf(a);
+    const Way other = wayOf(b);
     if (way == Way::Brackets) return isSame(*a.params.front(), b);
-    if (wayOf(b) == Way::Brackets) return isSame(a, *b.params.front());
-    if (way == Way::Tag || way == Way::Path) {
+    if (other == Way::Brackets) return isSame(a, *b.params.front());
+    if (isElement(way) && isElement(other)) {
         const auto path = pathOf(a);
         if (path && path == pathOf(b)) return true;
     }
     return a.func == b.func && way != Way::Drawn &&
            std::ranges::equal(a.params, b.params,
-                              [](const auto* one, const auto* other) { return isSame(*one, *other); });
+                              [](const auto* mine, const auto* yours) { return isSame(*mine, *yours); });
 }
 
 std::optional<std::vector<int>> pathOf(std::span<const Known> arguments)

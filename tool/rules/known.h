@@ -84,8 +84,11 @@ bool canBeEqual(const Known& a, const Known& b);
 /// @return whether a value that is there can have that text.
 bool canBe(const Known& value, const std::string& text);
 
-/// @return the texts that a value has, where it is there; empty for an open one.
-std::vector<std::string> textsOf(const Known& value);
+using Texts = std::span<const std::string>;
+
+/// @return the texts that a value has, where it is there; empty for an open one. They are the value's own.
+Texts textsOf(const Known& value);
+Texts textsOf(const Known&& value) = delete;
 
 /// @return the numbers that may be read in a value.
 Range rangeOf(const Known& value);

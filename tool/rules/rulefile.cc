@@ -130,6 +130,7 @@ RuleFile readRuleText(std::string_view text, const std::filesystem::path& name)
     RuleFile file;
     file.path = name;
     file.bytes = text;
+    file.lines.reserve(static_cast<std::size_t>(std::ranges::count(text, '\n')) + 1);
     unsigned line = 1;
     std::size_t column = 0;
     while (!text.empty()) {
@@ -149,6 +150,8 @@ RuleFile readRuleText(std::string_view text, const std::filesystem::path& name)
         if (endsLine && piece.ends_with('\r')) piece.remove_suffix(1);
         read.text = piece;
         parse(read);
+        if (const auto* variable = dynamic_cast<const LVTempVar*>(read.target.get()))
+            file.variables.insert(variable->name);
     }
     return file;
 }

@@ -9,6 +9,7 @@
 #include <memory>
 #include <string>
 #include <string_view>
+#include <unordered_set>
 #include <vector>
 
 namespace kxtool {
@@ -50,8 +51,9 @@ struct RuleLine {
 /// A mapping file, whole.
 struct RuleFile {
     std::filesystem::path path;
-    std::vector<RuleLine> lines; ///< in the order of the file
-    std::string bytes{};         ///< its content
+    std::vector<RuleLine> lines;                 ///< in the order of the file
+    std::string bytes{};                         ///< its content
+    std::unordered_set<std::string> variables{}; ///< that rules write
 
     std::size_t ruleCount() const;
     std::size_t badCount() const; ///< of lines that are lost
