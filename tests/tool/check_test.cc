@@ -288,7 +288,8 @@ TEST(ToolCheck, aFolderIsASet)
     write("C.MAP", "(0010,0020)=\"x\"\n");
     write("A_TITLE_OF_17_BYT.map", "(0010,0020)=\"x\"\n");
     const std::string output = runTool(dir.path(), "check", Setting{.environment = {{"DICOM_VAR", "."}}}).output;
-    const std::vector<std::string> expected = {"2:unset-variable", "3:second-write", "1:unset-variable"};
+    const std::vector<std::string> expected = {"1:overwritten", "2:unset-variable", "3:second-write", "1:overwritten",
+                                               "1:unset-variable"};
     EXPECT_EQ(namesIn(output), expected) << output;
     for (const char* text :
          {"C.MAP: warning", "global/other.map: warning", "A_TITLE_OF_17_BYT.map: warning", "write $(@p) in both"})

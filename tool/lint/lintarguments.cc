@@ -127,6 +127,17 @@ bool lintDates(const RuleView& view, const Expression& call)
                      "write the date of the age first, the birth date second");
 }
 
+/// "split("^",text,1)", "codestring("^=",text)"
+bool lintMarksFirst(const RuleView& view, const Expression& call)
+{
+    const Expression& text = unwrapped(*call.params.front());
+    const auto isMark = [](unsigned char c) { return std::isalnum(c) == 0; };
+    return call.params.size() > 1 && isLiteral(text) && !literalOf(text).empty() &&
+           std::ranges::all_of(literalOf(text), isMark) && isRead(unwrapped(argumentOf(call, 1))) &&
+           view.tell(Check::ArgumentOrder, text, "the marks stand where the text belongs",
+                     fmt::format("write {}", builtinOf(call.func).signature()));
+}
+
 /// "substr(0,3,text)", "split(1,"^",text)"
 bool lintPart(const RuleView& view, const Expression& call)
 {
@@ -139,6 +150,7 @@ bool lintPart(const RuleView& view, const Expression& call)
         return view.tell(Check::ArgumentOrder, text, "the number stands where the text belongs",
                          fmt::format("write {}", builtinOf(call.func).signature()));
     if (builtinOf(call.func).reads.at(1) != Reading::Text) return false;
+    if (lintMarksFirst(view, call)) return true;
     const Known& separator = view.of(argumentOf(call, 1));
     return separator.least > 1 && separator.text &&
            view.tell(
@@ -175,6 +187,8 @@ bool lintOrder(const RuleView& view, const Expression& call)
     const Way way = wayOf(call);
     if (way == Way::Part && call.params.size() > 1) return lintPart(view, call);
     const Builtin& builtin = builtinOf(call.func);
+    if (way == Way::Computed && !builtin.yieldsNumber && builtin.reads.at(0) == Reading::Text)
+        return lintMarksFirst(view, call);
     const bool tellsOffset = builtin.yieldsNumber && builtin.reads.count == 2 && builtin.reads.at(0) == Reading::Text;
     if (way == Way::Found || tellsOffset) return lintSearch(view, call);
     if (way == Way::Within)

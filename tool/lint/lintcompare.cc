@@ -69,10 +69,23 @@ bool lintUnusualPart(const RuleView& view, const Expression& text, const Express
            view.tell(Check::NeverEqual, wanted, "hardly ever found: the text is made of other letters, or shorter");
 }
 
+/// @return whether a value is one text for all datasets, by the rules alone and not by the conditions around it.
+bool isFixed(const RuleView& view, const Expression& node)
+{
+    const Expression& inner = unwrapped(node);
+    if (isLiteral(inner)) return true;
+    if (!isRead(inner)) return false;
+    if (const auto path = pathOf(inner)) return view.state.element(*path).isConstant();
+    const bool isVariable = wayOf(inner) == Way::Variable && isLiteral(*inner.params.front());
+    return isVariable && view.state.variable(std::string(literalOf(*inner.params.front()))).isConstant();
+}
+
 bool lintTable(const RuleView& view, const Expression& table)
 {
     const Expression& value = *table.params.front();
     bool isTold = false;
+    if (isFixed(view, value))
+        return view.tell(Check::ConstantCall, value, "a table of one text that never changes: it decides nothing");
     for (std::size_t i = 2; i + 1 < table.params.size(); i += 2) {
         const Expression& from = argumentOf(table, i);
         const Known& known = view.of(from);
@@ -106,6 +119,38 @@ bool lintTwice(const RuleView& view, const Expression& call, std::size_t first, 
         }
     }
     return false;
+}
+
+bool lintAllAlike(const RuleView& view, const Expression& table)
+{
+    const Expression& other = argumentOf(table, 1);
+    for (std::size_t to = 3; to < table.params.size(); to += 2) {
+        if (!areSame(view, other, argumentOf(table, to))) return false;
+    }
+    return view.tell(Check::SameParts, other, "all that comes of this table is the same: the value decides nothing");
+}
+
+/// A number less itself, a text looked for in itself.
+bool lintSameOperands(const RuleView& view, const Expression& call)
+{
+    constexpr std::string_view kUndoing[] = {"sub", "div", "mod", "indexof", "contains", "between"};
+    return call.params.size() >= 2 && !isLiteral(*call.params.front()) &&
+           isSame(*call.params.front(), argumentOf(call, 1)) &&
+           std::ranges::find(kUndoing, builtinOf(call.func).name()) != std::end(kUndoing) &&
+           view.tell(Check::SameParts, call, "both of these are the same: this decides nothing");
+}
+
+/// @return what a node, or the variable that it reads, is made of.
+const Expression& definitionOf(const RuleView& view, const Expression& node)
+{
+    const Expression* inner = &unwrapped(node);
+    for (int step = 0; step < kMostSteps; ++step) {
+        if (isLiteral(*inner) || wayOf(*inner) != Way::Variable || !isLiteral(*inner->params.front())) break;
+        const Expression* definition = view.state.definition(std::string(literalOf(*inner->params.front())));
+        if (definition == nullptr) break;
+        inner = &unwrapped(*definition);
+    }
+    return *inner;
 }
 
 /// NULL() among what is passed over where it is NULL.
@@ -150,10 +195,11 @@ bool lintSameParts(const RuleView& view, const Expression& call)
         if (call.params.size() == 2)
             return view.tell(Check::SameParts, call, "a table without pairs: this is always the default",
                              "write translate(value,default,from,to, ...)");
-        return lintTwice(view, call, 2, 2);
+        return lintAllAlike(view, call) || lintTwice(view, call, 2, 2);
     default: {
+        if (lintSameOperands(view, call)) return true;
         if (call.params.size() != 1 || isRead(call)) return false;
-        const Expression& inner = unwrapped(*call.params.front());
+        const Expression& inner = definitionOf(view, *call.params.front());
         const bool areCases = wayOf(call) == Way::Recased && wayOf(inner) == Way::Recased;
         const bool isNested = inner.func == call.func || areCases;
         return isNested && wayOf(call) != Way::Not &&

@@ -116,6 +116,20 @@ bool lintAlways(const RuleView& view, const Expression& node, const Place& place
     return view.tell(Check::ConstantCondition, node, "a text is always true, whatever it says", kConditions);
 }
 
+/// A call that makes something of an element's text, which an earlier rule has taken out.
+bool lintEmptied(const RuleView& view, const Expression& node)
+{
+    constexpr Way kComputing[] = {Way::Part, Way::Recased, Way::Counted, Way::Computed};
+    if (std::ranges::find(kComputing, wayOf(node)) == std::end(kComputing)) return false;
+    const auto isEmptied = [&view](const Expression* one) {
+        const auto path = pathOf(unwrapped(*one));
+        return path && !isTextless(vrOf(tagOf(*path))) && view.state.element(*path).text == "";
+    };
+    const auto found = std::ranges::find_if(node.params, isEmptied);
+    return found != node.params.end() &&
+           view.tell(Check::ReadAfterDelete, **found, "an earlier rule has emptied this: there is no text in it");
+}
+
 /// A call that reads something, and yields the same whatever that is.
 bool lintConstant(const RuleView& view, const Expression& node)
 {
@@ -145,7 +159,7 @@ public:
         isTold = lintArguments(view_, node) || isTold;
         if (isRead(node)) isTold = lintRead(view_, node, place.demand) || isTold;
         return isTold || lintNever(view_, node, place) || lintComparison(view_, node) ||
-               lintAlways(view_, node, place) || lintConstant(view_, node);
+               lintAlways(view_, node, place) || lintConstant(view_, node) || lintEmptied(view_, node);
     }
 
 private:

@@ -54,6 +54,7 @@ struct Leaf {
     const Expression& node;
     bool isConditional; ///< a choice or a table decides
     bool isDefault;     ///< the target itself is taken before it, where it is there
+    bool isAsked;       ///< the target itself decides: one value takes the place of another
 };
 
 class ObjectCheck {
@@ -69,17 +70,23 @@ public:
             isPassed = true;
             const Expression& argument = argumentOf(leaf.node, i);
             if (!isUnreachable(view_, leaf.node, i))
-                visit({argument, leaf.isConditional || isDecided(leaf.node), isDefault || isMissing(leaf.node, i)});
+                visit({argument, leaf.isConditional || isDecided(leaf.node), isDefault || isMissing(leaf.node, i),
+                       leaf.isAsked || (isDecided(leaf.node) && reads(*leaf.node.params.front()))});
             isDefault = isDefault || (wayOf(leaf.node) == Way::FirstPresent && isItself(argument));
         }
         if (isPassed || isItself(leaf.node)) return;
         if (isUid(key_)) judgeUid(leaf);
         else if (isOfPixels(key_)) judgePixels(leaf);
-        else if (view_.of(leaf.node).isNever() && !leaf.isConditional) tellDeleted(leaf);
+        else if (!leaf.isConditional && isGone(view_.of(leaf.node))) tellDeleted(leaf);
     }
 
 private:
     bool isItself(const Expression& node) const { return pathOf(unwrapped(node)) == view_.target; }
+
+    bool reads(const Expression& node) const
+    {
+        return isItself(node) || std::ranges::any_of(node.params, [this](const auto* one) { return reads(*one); });
+    }
 
     static bool isDecided(const Expression& call)
     {
@@ -93,6 +100,11 @@ private:
         const Expression& condition = unwrapped(*call.params.front());
         if (wayOf(condition) == Way::Not) return index == 1 && isItself(*condition.params.front());
         return index == 2 && isItself(condition);
+    }
+
+    bool isGone(const Known& value) const
+    {
+        return value.isNever() || (key_ == DCM_Modality && value.text && value.text->empty());
     }
 
     void tellDeleted(const Leaf& leaf) const
@@ -111,7 +123,8 @@ private:
         const Known& value = view_.of(leaf.node);
         if (value.isNever()) return tellDeleted(leaf);
         if (value.text && value.text->empty()) return tellUid(leaf, "an empty UID identifies nothing");
-        if (value.isConstant() && (!leaf.isConditional || leaf.isDefault))
+        const bool isShared = !leaf.isAsked && (key_ == DCM_StudyInstanceUID || key_ == DCM_SeriesInstanceUID);
+        if (value.isConstant() && (!leaf.isConditional || leaf.isDefault || isShared))
             return tellUid(leaf, "one UID for all that this rule sees makes one object, series or study of them");
         if (holdsChance(leaf.node)) return tellUid(leaf, "chance makes no UID: it may give the same number again");
         if (wayOf(leaf.node) == Way::Part && value.usual.vr == EVR_UNKNOWN && !leaf.isConditional)
@@ -140,8 +153,8 @@ void lintObject(const RuleView& view, const DcmTagKey& key)
 {
     const bool isTold = key == DCM_SOPInstanceUID; // any write to it is
     if (view.target.size() != 2 || isTold) return;
-    if (isUid(key) || isOfPixels(key) || key == DCM_PatientID)
-        ObjectCheck(view, key).visit({view.root(), false, false});
+    if (isUid(key) || isOfPixels(key) || key == DCM_PatientID || key == DCM_Modality)
+        ObjectCheck(view, key).visit({view.root(), false, false, false});
 }
 
 } // namespace kxtool

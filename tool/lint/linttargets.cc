@@ -19,6 +19,13 @@ bool isHex(std::string_view text)
     return std::ranges::all_of(text, [](char c) { return std::isxdigit(static_cast<unsigned char>(c)) != 0; });
 }
 
+/// @return a piece of a path, as its reader takes it.
+std::string_view withoutBlanks(std::string_view piece)
+{
+    piece.remove_prefix(std::min(piece.find_first_not_of(' '), piece.size()));
+    return piece.substr(0, piece.find_last_not_of(' ') + 1);
+}
+
 // The plain form, which the engine scans without looking at all of it.
 void lintTagText(const Site& site, const DcmTagKey& key)
 {
@@ -42,7 +49,7 @@ void lintPathText(const Site& site, const LVSeqDicomTag& target)
     std::size_t position = 0;
     for (std::size_t begin = 4; begin < left.size(); ++position) {
         const std::size_t end = std::min(left.find(',', begin), left.size() - 1);
-        const std::string_view piece = left.substr(begin, end - begin);
+        const std::string_view piece = withoutBlanks(left.substr(begin, end - begin));
         const bool isItem = position % 3 == 2;
         const bool isGood =
             isItem

@@ -40,8 +40,8 @@ bool comesBefore(Stage a, Stage b)
         return a == Stage::Pre;
     case Stage::Post:
         return a == Stage::Pre || a == Stage::Title || a == Stage::OutboundTitle;
-    case Stage::OutboundTitle: // with the inbound globals, too, where the server asks for them
-        return a == Stage::OutboundPre || a == Stage::Pre;
+    case Stage::OutboundTitle:
+        return a == Stage::OutboundPre;
     case Stage::OutboundPost:
         return a == Stage::OutboundPre || a == Stage::OutboundTitle;
     case Stage::Pre:

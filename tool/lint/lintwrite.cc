@@ -47,6 +47,14 @@ std::string hintForForm(const Expression& node, DcmEVR vr, std::string_view text
     return vr == EVR_CS && hasLower ? "write it in upper case" : "";
 }
 
+/// "Doe, Jane"
+bool isNameWithComma(std::string_view text)
+{
+    const std::size_t comma = text.find(", ");
+    return comma != std::string_view::npos && comma > 0 && text.find(", ", comma + 1) == std::string_view::npos &&
+           text.find('^') == std::string_view::npos;
+}
+
 bool lintText(const RuleView& view, const Target& target, const Expression& node, const std::string& text)
 {
     if (target.vr == EVR_SQ)
@@ -58,6 +66,10 @@ bool lintText(const RuleView& view, const Target& target, const Expression& node
                          fmt::format("{}: {}", target.name(), fault->text),
                          isForm ? hintForForm(node, target.vr, text) : "");
     }
+    if (target.vr == EVR_PN && isLiteral(node) && isNameWithComma(text))
+        return view.tell(Check::ValueForm, node,
+                         fmt::format("{}: the parts of a name are parted by \"^\", and not by commas", target.name()),
+                         "Family^Given");
     const auto count = static_cast<std::size_t>(std::ranges::count(text, '\\')) + 1;
     const auto most = count == 1 ? std::nullopt : mostValuesOf(target.key);
     return most && count > *most && holdsValues(target.vr) &&
@@ -126,6 +138,62 @@ bool lintSize(const RuleView& view, const Target& target, const Expression& node
                                  DcmVR(target.vr).getVRName(), most));
 }
 
+/// @return whether all that a value is made of decides nothing: texts, elements and what is computed of them.
+bool isStraight(const Expression& node)
+{
+    constexpr Way kStraight[] = {Way::Brackets, Way::Tag,     Way::Path,   Way::Joined,
+                                 Way::Part,     Way::Recased, Way::Counted};
+    if (isLiteral(node)) return true;
+    return std::ranges::find(kStraight, wayOf(node)) != std::end(kStraight) &&
+           std::ranges::all_of(node.params, [](const auto* one) { return isStraight(*one); });
+}
+
+/// A dataset whose elements have values as their VRs demand.
+class Sample : public Surroundings {
+public:
+    static constexpr std::size_t kCount = 3;
+
+    explicit Sample(std::size_t number) : number_(number) {}
+
+    Known element(const std::vector<int>& path) const override
+    {
+        struct Row {
+            DcmEVR vr;
+            const char* texts[kCount];
+        };
+        constexpr Row kRows[] = {{EVR_DA, {"20040229", "19991130", "20120101"}},
+                                 {EVR_TM, {"101112", "235959.123456", "0930"}},
+                                 {EVR_DT, {"20040229101112", "19991130235959.123456+0100", "20120101"}},
+                                 {EVR_AS, {"042Y", "011M", "003D"}},
+                                 {EVR_IS, {"1", "0", "512"}}};
+        const DcmEVR vr = path.size() < 2 ? EVR_UNKNOWN : vrOf(tagOf(path));
+        const auto* row = std::ranges::find(kRows, vr, &Row::vr);
+        return row == std::end(kRows) ? Known() : Known::always(row->texts[number_]);
+    }
+
+private:
+    std::size_t number_;
+};
+
+/// A value that is made of parts: where no sample makes a good one of them, hardly a dataset does.
+bool lintSamples(const RuleView& view, const Target& target, const Expression& node)
+{
+    constexpr DcmEVR kFormed[] = {EVR_AS, EVR_DA, EVR_DS, EVR_DT, EVR_IS, EVR_TM};
+    if (isRead(node) || std::ranges::find(kFormed, target.vr) == std::end(kFormed) || !isStraight(node)) return false;
+    const bool mends = &node != &unwrapped(view.root()) && readsTarget(view, node); // a condition tells which values
+    if (mends) return false;
+    std::string shown;
+    for (std::size_t number = 0; number < Sample::kCount; ++number) {
+        const Sample sample(number);
+        const Known value = Knowledge(node, sample).of(node);
+        if (!value.isConstant() || value.isNever() || !faultOf(target.vr, *value.text)) return false;
+        if (shown.empty()) shown = *value.text;
+    }
+    return view.tell(Check::VrMismatch, node,
+                     fmt::format("{}: this makes values such as {}, which are none of {}", target.name(),
+                                 shownQuoted(shown), DcmVR(target.vr).getVRName()));
+}
+
 class WriteCheck {
 public:
     WriteCheck(const RuleView& view, Target target) : view_(view), target_(std::move(target)) {}
@@ -153,12 +221,15 @@ private:
         }
         if (isRead(node) && pathOf(node) == view_.target) return;
         if (!texts.empty() || lintKind(view_, target_, node, value)) return;
-        std::ignore = lintSize(view_, target_, node, value) || lintCase(node);
+        std::ignore = lintSize(view_, target_, node, value) || lintSamples(view_, target_, node) || lintCase(node);
     }
 
     void lintLetters(const Expression& node)
     {
-        if (isLiteral(node) && !isAscii(literalOf(node)) && !view_.knowledge.isDecidedBy(node, {0x0008, 0x0005})) {
+        const bool isVariable = wayOf(node) == Way::Variable && view_.of(node).text;
+        const std::string text(isVariable ? *view_.of(node).text : std::string(literalOf(node)));
+        if (!isAscii(text) && !view_.knowledge.isDecidedBy(node, {0x0008, 0x0005})) {
+            const bool isUtf8 = characterCount(text) < text.size();
             view_.tell(Check::NonAscii, node,
                        fmt::format("{}: these bytes mean what the dataset's Specific Character Set makes of them",
                                    target_.name()),
@@ -201,7 +272,8 @@ void lintTag(const RuleView& view, const Target& target)
         view.site.report(check, {0, view.site.line.equals}, std::move(message));
     };
     const DcmTagKey& key = target.key;
-    if (target.vr == EVR_UNKNOWN && !isKeptOrDeleted(view, view.root()))
+    const bool isPrivate = key.getGroup() % 2 != 0;
+    if (target.vr == EVR_UNKNOWN && (!isPrivate || !isKeptOrDeleted(view, view.root())))
         report(Check::UnknownTag,
                fmt::format(
                    "the data dictionary does not know {}: the write is skipped unless the element is there already",
@@ -221,6 +293,10 @@ bool writesItself(const RuleView& view, const Expression& node)
 {
     const Expression& inner = unwrapped(node);
     if (pathOf(inner) == view.target) return true;
+    if (!isLiteral(inner) && wayOf(inner) == Way::Variable && isLiteral(*inner.params.front())) {
+        const Expression* definition = view.state.definition(std::string(literalOf(*inner.params.front())));
+        return definition != nullptr && pathOf(unwrapped(*definition)) == view.target;
+    }
     bool isPassed = false;
     for (std::size_t i = 0; !isLiteral(inner) && i < inner.params.size(); ++i) {
         if (!isPassedOn(inner, i) || isUnreachable(view, inner, i)) continue;
@@ -242,12 +318,25 @@ void lintField(const RuleView& view, const Expression& node)
     if (!isPassed && isRead(node)) lintRead(view, node, Demand::Text);
 }
 
+void lintFieldItself(const RuleView& view, const std::string& name)
+{
+    const Expression& value = unwrapped(view.root());
+    const bool isItself =
+        wayOf(value) == Way::Field && isLiteral(*value.params.front()) && literalOf(*value.params.front()) == name;
+    if (isItself || (wayOf(value) == Way::Null && view.state.field(name).isNever()))
+        view.site.report(Check::NoEffect, {0, view.site.line.equals},
+                         isItself ? "this writes the field's own value: nothing changes"
+                                  : "an earlier rule has cleared this already: nothing changes");
+}
+
 } // namespace
 
 void lintWrite(const RuleView& view, bool isTold)
 {
     if (view.target.empty()) {
-        if (dynamic_cast<const LVCustomField*>(view.site.line.target.get()) != nullptr) lintField(view, view.root());
+        const auto* field = dynamic_cast<const LVCustomField*>(view.site.line.target.get());
+        if (field != nullptr) lintField(view, view.root());
+        if (field != nullptr && !isTold) lintFieldItself(view, field->name);
         return;
     }
     const DcmTagKey key = tagOf(view.target);
@@ -257,6 +346,9 @@ void lintWrite(const RuleView& view, bool isTold)
     if (!isTold && writesItself(view, view.root()))
         view.site.report(Check::NoEffect, {0, view.site.line.equals},
                          "this writes the element's own value: nothing changes");
+    if (!isTold && wayOf(unwrapped(view.root())) == Way::Null && view.state.element(view.target).isNever())
+        view.site.report(Check::NoEffect, {0, view.site.line.equals},
+                         "an earlier rule has deleted this already: nothing changes");
     lintObject(view, key);
     WriteCheck(view, target).visit(view.root());
 }

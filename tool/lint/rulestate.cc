@@ -98,16 +98,24 @@ const Expression* RuleState::definition(const std::string& name) const
     return isAsItWas(*found->second.definition, found->second.since, 0) ? found->second.definition : nullptr;
 }
 
+bool RuleState::isWrittenSince(const TagPath& path, std::size_t since) const
+{
+    for (std::size_t size = 2; size < path.size(); size += 3) {
+        const auto outer = written_.find(TagPath(path.begin(), path.begin() + static_cast<std::ptrdiff_t>(size)));
+        if (outer != written_.end() && outer->second.second > since) return true;
+    }
+    for (auto inner = written_.lower_bound(path); inner != written_.end() && isWithin(inner->first, path); ++inner) {
+        if (inner->second.second > since) return true;
+    }
+    return false;
+}
+
 bool RuleState::isAsItWas(const Expression& node, std::size_t since, int depth) const
 {
     const Way way = wayOf(node);
     if (node.func != nullptr && (way == Way::Tag || way == Way::Path)) {
         const auto path = pathOf(node);
-        if (!path) return false;
-        for (const auto& [written, entry] : written_) {
-            if (entry.second > since && (isWithin(written, *path) || isWithin(*path, written))) return false;
-        }
-        return true;
+        return path && !isWrittenSince(*path, since);
     }
     if (way == Way::Variable || way == Way::Field || way == Way::Drawn || depth > kMostSteps) return false;
     return std::ranges::all_of(node.params, [&](const Expression* one) { return isAsItWas(*one, since, depth); });
@@ -119,7 +127,7 @@ void RuleState::apply(const RuleLine& rule, const TagPath& path, const Known& va
     if (path.size() >= 2) {
         const DcmTagKey key = tagOf(path);
         Known known = asElement(key, value, untouched(key));
-        if (path.size() > 2 && !known.isNever()) known = either(known, element(path)).with(Presence::Perhaps);
+        if (path.size() > 2 && !known.isNever()) known.presence = Presence::Perhaps; // where the item is there
         write(path, std::move(known));
     } else if (const auto* variable = dynamic_cast<const LVTempVar*>(rule.target.get())) {
         set(variable->name, *rule.expression, value);

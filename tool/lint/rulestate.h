@@ -42,6 +42,12 @@ public:
     /// @return whether a rule has deleted the element, or one that it lies in.
     bool isDeleted(const TagPath& path) const;
 
+    /// @return the number of rules that were applied.
+    std::size_t writes() const { return writes_; }
+
+    /// @return whether a later rule than that many has written the element, what is in it or what it lies in.
+    bool isWrittenSince(const TagPath& path, std::size_t since) const;
+
     /// @return what is known of the element in datasets that no rule has seen; stays where it is.
     const Known& untouched(const DcmTagKey& key) const;
 
