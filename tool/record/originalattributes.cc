@@ -2,8 +2,9 @@
 // The item is built beside the dataset and goes in when it is complete, so that a failure leaves the dataset as it is.
 #include "tool/record/originalattributes.h"
 
-#include "tool/dicom/characterset.h"
+#include "tool/dicom/elements.h"
 #include "tool/dicom/valuefaults.h"
+#include "tool/record/runcharactersets.h"
 
 #include <dcmtk/dcmdata/dcdeftag.h>
 #include <dcmtk/dcmdata/dcsequen.h>
@@ -53,32 +54,10 @@ DcmTagKey creatorOf(const DcmTagKey& key)
     return {key.getGroup(), static_cast<Uint16>(key.getElement() >> 8)};
 }
 
-DcmElement* elementOf(DcmItem& item, const DcmTagKey& key)
-{
-    DcmElement* element = nullptr;
-    return item.findAndGetElement(key, element).good() ? element : nullptr;
-}
-
-std::unique_ptr<DcmElement> copyOf(const DcmElement& element)
-{
-    return std::unique_ptr<DcmElement>(static_cast<DcmElement*>(element.clone()));
-}
-
 std::unique_ptr<DcmElement> withoutValue(const DcmElement& element)
 {
     const DcmTag tag(element.getTag(), DcmVR(element.getVR())); // the dictionary may know the private tag otherwise
     return std::unique_ptr<DcmElement>(DcmItem::newDicomElement(tag));
-}
-
-/// The character set that the dataset's texts were in before the rules.
-CharacterSet setBefore(DcmDataset& dataset, const Recording& recording)
-{
-    const auto kept = recording.originals().find(DCM_SpecificCharacterSet);
-    DcmElement* element =
-        kept == recording.originals().end() ? elementOf(dataset, DCM_SpecificCharacterSet) : kept->second.get();
-    OFString terms;
-    if (element != nullptr) std::ignore = element->getOFStringArray(terms); // not there: ASCII
-    return CharacterSet(terms.c_str());
 }
 
 bool isConforming(DcmElement& element, const CharacterSet& set)
@@ -98,15 +77,15 @@ bool isConforming(DcmElement& element, const CharacterSet& set)
 std::unique_ptr<DcmElement> listed(DcmElement* before, DcmElement* now, const CharacterSet& set)
 {
     if (before == nullptr) return withoutValue(*now);
-    return isConforming(*before, set) ? copyOf(*before) : withoutValue(*before);
+    return isConforming(*before, set) ? copyOf(before) : withoutValue(*before);
 }
 
 Elements changedElements(DcmDataset& dataset, const Recording& recording)
 {
-    const CharacterSet set = setBefore(dataset, recording);
+    const CharacterSet set = RunCharacterSets(recording, dataset).before();
     Elements changed;
     for (const auto& [key, before] : recording.originals()) {
-        const auto now = readBack(elementOf(dataset, key), dataset.getOriginalXfer());
+        const auto now = readBack(elementOf(&dataset, key), dataset.getOriginalXfer());
         if (!isSameElement(now.get(), before.get()) && key.getGroup() >= kFirstDataGroup)
             changed[key] = listed(before.get(), now.get(), set);
     }
@@ -121,9 +100,9 @@ void addCreators(Elements& elements, DcmDataset& dataset, const Recording& recor
         if (!isPrivate(key) || isCreator(key)) continue;
         const DcmTagKey creator = creatorOf(key);
         const auto kept = recording.originals().find(creator);
-        const DcmElement* before = kept == recording.originals().end() ? nullptr : kept->second.get();
-        const DcmElement* value = before != nullptr ? before : elementOf(dataset, creator);
-        if (value != nullptr) creators[creator] = copyOf(*value);
+        DcmElement* before = kept == recording.originals().end() ? nullptr : kept->second.get();
+        DcmElement* value = before != nullptr ? before : elementOf(&dataset, creator);
+        if (value != nullptr) creators[creator] = copyOf(value);
     }
     for (auto& [key, creator] : creators) elements[key] = std::move(creator);
 }
@@ -201,8 +180,8 @@ std::string addOriginalAttributes(DcmDataset& dataset, const Recording& recordin
     if (elements.empty()) return {};
     // It is set below: like any other, listed with its earlier value, or without one when this run adds it.
     DcmDateTime added(DcmTag(DCM_InstanceCoercionDateTime));
-    elements.try_emplace(DCM_InstanceCoercionDateTime, listed(elementOf(dataset, DCM_InstanceCoercionDateTime), &added,
-                                                              setBefore(dataset, recording)));
+    elements.try_emplace(DCM_InstanceCoercionDateTime, listed(elementOf(&dataset, DCM_InstanceCoercionDateTime), &added,
+                                                              RunCharacterSets(recording, dataset).before()));
     addCreators(elements, dataset, recording);
     OFString now;
     OFCondition result = DcmDateTime::getCurrentDateTime(now, OFTrue, OFFalse, OFTrue);
