@@ -181,25 +181,27 @@ std::vector<std::size_t> Table::widthsFor(std::size_t room) const
         for (const auto& row : rows_) width = std::max(width, displayWidth(row[column].text));
         widths.push_back(width);
     }
-    if (room == 0) return widths;
-    for (;;) {
-        const std::size_t total = totalOf(widths);
-        if (total <= room) return widths;
-        std::size_t widest = widths.size();
-        for (std::size_t column = 0; column < widths.size(); ++column) {
-            if (columns_[column].mayWrap && widths[column] > columns_[column].least &&
-                (widest == widths.size() || widths[column] > widths[widest]))
-                widest = column;
-        }
-        if (widest == widths.size()) return widths; // no column may get narrower
-        // To the width of the next widest, or by the excess.
-        std::size_t next = columns_[widest].least;
-        for (std::size_t column = 0; column < widths.size(); ++column) {
-            if (columns_[column].mayWrap && widths[column] < widths[widest]) next = std::max(next, widths[column]);
-        }
-        next = std::min(next, widths[widest] - 1);
-        widths[widest] = std::max(next, widths[widest] - std::min(total - room, widths[widest] - 1));
+    for (bool isNarrowed = room > 0; isNarrowed && totalOf(widths) > room;)
+        isNarrowed = narrowWidest(widths, totalOf(widths) - room);
+    return widths;
+}
+
+bool Table::narrowWidest(std::vector<std::size_t>& widths, std::size_t excess) const
+{
+    std::size_t widest = widths.size();
+    for (std::size_t column = 0; column < widths.size(); ++column) {
+        if (columns_[column].mayWrap && widths[column] > columns_[column].least &&
+            (widest == widths.size() || widths[column] > widths[widest]))
+            widest = column;
     }
+    if (widest == widths.size()) return false;
+    std::size_t& width = widths[widest];
+    std::size_t next = columns_[widest].least; // or the width of the next widest
+    for (std::size_t column = 0; column < widths.size(); ++column) {
+        if (columns_[column].mayWrap && widths[column] < width) next = std::max(next, widths[column]);
+    }
+    width = std::max(std::min(next, width - 1), width - std::min(excess, width - 1));
+    return true;
 }
 
 void Table::appendRow(const std::vector<Cell>& row, const std::vector<std::size_t>& widths, bool isColored,

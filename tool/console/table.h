@@ -67,6 +67,8 @@ public:
 
 private:
     std::vector<std::size_t> widthsFor(std::size_t room) const;
+    /// Takes width from the widest column that may wrap. @return false where none may get narrower.
+    bool narrowWidest(std::vector<std::size_t>& widths, std::size_t excess) const;
     void appendRow(const std::vector<Cell>& row, const std::vector<std::size_t>& widths, bool isColored,
                    std::size_t indent, std::string& out) const;
     void appendRecord(const std::vector<Cell>& row, std::size_t room, bool isColored, std::size_t indent,

@@ -177,16 +177,28 @@ void Recording::apply(const RuleFile& file, const RuleLine& rule)
 void Recording::apply(const RuleFile& file, const RuleLine& rule, MessageTap& tap)
 {
     if (!failure_.empty()) return;
+    const Target target(*rule.target, *session_);
+    const std::optional<Target> creator = target.creator();
+    Before before = lookAt(target);
+    Before creatorBefore = creator ? lookAt(*creator) : Before{};
     Step step;
     step.file = &file;
     step.rule = &rule;
     step.number = steps_.size();
-    const Target target(*rule.target, *session_);
     step.place = target.place;
-    const std::optional<Target> creator = target.creator();
-    Before before = lookAt(target);
-    Before creatorBefore = creator ? lookAt(*creator) : Before{};
     step.before = before.text;
+    execute(step, tap);
+    lookAfter(step, target, before.element.get());
+    const bool isChanged = step.effect <= Effect::Deleted;
+    steps_.push_back(std::move(step));
+    if (isChanged) keep(target, std::move(before));
+    if (isChanged && creator && !isSameElement(creatorBefore.element.get(), creator->element()))
+        keep(*creator, std::move(creatorBefore));
+}
+
+void Recording::execute(Step& step, MessageTap& tap)
+{
+    const RuleLine& rule = *step.rule;
     if (hasCaseFunction(*rule.expression)) {
         step.recased = recasedTexts(*rule.expression, *session_);
         std::ignore = tap.take(); // applying the rule reports it again
@@ -197,17 +209,14 @@ void Recording::apply(const RuleFile& file, const RuleLine& rule, MessageTap& ta
         step.failure = failure_ = error.what();
     }
     step.messages = tap.take();
+}
+
+void Recording::lookAfter(Step& step, const Target& target, DcmElement* before)
+{
     step.after = target.text();
     DcmElement* after = target.isElement() ? target.element() : nullptr;
-    const DcmElement* shown = after != nullptr ? after : before.element.get();
-    if (shown != nullptr) step.vr = vrOf(*shown);
-    step.effect = effectOf(target, step, isSameElement(before.element.get(), after));
-    steps_.push_back(std::move(step));
-
-    const bool isChanged = steps_.back().effect <= Effect::Deleted;
-    if (isChanged) keep(target, std::move(before));
-    if (isChanged && creator && !isSameElement(creatorBefore.element.get(), creator->element()))
-        keep(*creator, std::move(creatorBefore));
+    if (const DcmElement* shown = after != nullptr ? after : before) step.vr = vrOf(*shown);
+    step.effect = effectOf(target, step, isSameElement(before, after));
 }
 
 void Recording::evaluateAndAssign(const RuleLine& rule, Step& step)

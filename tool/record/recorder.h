@@ -135,7 +135,9 @@ private:
     };
 
     void apply(const RuleFile& file, const RuleLine& rule, MessageTap& tap);
+    void execute(Step& step, MessageTap& tap);
     void evaluateAndAssign(const RuleLine& rule, Step& step);
+    static void lookAfter(Step& step, const Target& target, DcmElement* before);
     Before lookAt(const Target& target) const;
     static Effect effectOf(const Target& target, const Step& step, bool isUntouched);
     void keep(const Target& target, Before before);
