@@ -3,6 +3,7 @@
 // good rules of which it must say nothing.
 #include "support/fixture.h"
 #include "tool/lint/lint.h"
+#include "tool/rules/mappingsfolder.h"
 
 #include <algorithm>
 #include <fstream>

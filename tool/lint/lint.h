@@ -313,9 +313,4 @@ std::vector<Finding> lintAlone(std::span<const RuleFile> files, const CheckSwitc
 std::vector<Finding> lintTogether(const std::filesystem::path& folder, std::span<const RuleFile> files,
                                   const CheckSwitches& switches);
 
-/// @return the files that the engine may read of a mappings folder: "*.map" in it, and its own four in "global" below
-///         it, in the order pre, AE titles by their bytes, post.
-/// @throws FileError when the folder cannot be read.
-std::vector<std::filesystem::path> mappingFilesOf(const std::filesystem::path& folder);
-
 } // namespace kxtool

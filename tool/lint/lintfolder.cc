@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // A mappings folder: which of its entries the engine reads, and whom they serve.
 #include "tool/console/output.h"
+#include "tool/console/text.h"
 #include "tool/lint/filenames.h"
 #include "tool/lint/lint.h"
 #include "tool/rules/mappingsfolder.h"
@@ -32,29 +33,10 @@ Stage stageOf(const FileMeaning& meaning)
     return Stage::Alone;
 }
 
-std::vector<fs::path> entriesOf(const fs::path& folder)
-{
-    std::error_code failure;
-    std::vector<fs::path> entries;
-    fs::directory_iterator entry(folder, failure);
-    for (; !failure && entry != fs::directory_iterator(); entry.increment(failure)) entries.push_back(entry->path());
-    if (failure) throw FileError(folder, failure.message());
-    std::ranges::sort(entries, {}, &fs::path::native);
-    return entries;
-}
-
 bool isFolder(const fs::path& path)
 {
     std::error_code failure;
     return fs::is_directory(path, failure);
-}
-
-std::string lowered(std::string text)
-{
-    for (char& c : text) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return text;
 }
 
 void reportUnread(const fs::path& entry, std::string message, std::string hint, Findings& findings)
@@ -137,22 +119,6 @@ void lintTwins(const fs::path& folder, std::span<const RuleFile> files, Findings
 }
 
 } // namespace
-
-std::vector<fs::path> mappingFilesOf(const fs::path& folder)
-{
-    std::vector<fs::path> files;
-    const auto add = [&](const fs::path& name) {
-        if (whyUnread(folder, name).empty()) files.push_back(folder / name);
-    };
-    const auto addGlobal = [&add](const char* name) {
-        for (const Direction direction : {Direction::Inbound, Direction::Outbound})
-            add(kxmap::globalFile(direction, name));
-    };
-    addGlobal("pre");
-    for (const fs::path& entry : entriesOf(folder)) add(entry.filename());
-    addGlobal("post");
-    return files;
-}
 
 std::vector<Stage> lintFolder(const fs::path& folder, std::span<const RuleFile> files, Findings& findings)
 {

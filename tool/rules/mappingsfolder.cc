@@ -78,13 +78,40 @@ std::string titleMeantBy(const fs::path& folder, Direction direction, const std:
     return meant;
 }
 
+std::vector<fs::path> entriesOf(const fs::path& folder)
+{
+    std::error_code failure;
+    std::vector<fs::path> entries;
+    fs::directory_iterator entry(folder, failure);
+    for (; !failure && entry != fs::directory_iterator(); entry.increment(failure)) entries.push_back(entry->path());
+    if (failure) throw FileError(folder, failure.message());
+    std::ranges::sort(entries, {}, &fs::path::native);
+    return entries;
+}
+
+std::vector<fs::path> mappingFilesOf(const fs::path& folder)
+{
+    std::vector<fs::path> files;
+    const auto add = [&](const fs::path& name) {
+        if (whyUnread(folder, name).empty()) files.push_back(folder / name);
+    };
+    const auto addGlobal = [&add](const char* name) {
+        for (const Direction direction : {Direction::Inbound, Direction::Outbound})
+            add(kxmap::globalFile(direction, name));
+    };
+    addGlobal("pre");
+    for (const fs::path& entry : entriesOf(folder)) add(entry.filename());
+    addGlobal("post");
+    return files;
+}
+
 std::vector<std::string> titlesIn(const fs::path& folder, Direction direction)
 {
     std::vector<std::string> titles;
-    for (const fs::directory_entry& entry : fs::directory_iterator(folder)) {
-        const fs::path name = entry.path().filename();
+    for (const fs::path& entry : entriesOf(folder)) {
+        const fs::path name = entry.filename();
         const FileMeaning meaning = meaningOf(name);
-        if (meaning.title.empty() || meaning.direction != direction || !isFile(entry.path())) continue;
+        if (meaning.title.empty() || meaning.direction != direction || !isFile(entry)) continue;
         titles.emplace_back(meaning.title);
     }
     std::ranges::sort(titles);

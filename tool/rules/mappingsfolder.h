@@ -22,6 +22,15 @@ struct MappingSlot {
     bool isThere = false;       ///< as a file that the engine opens
 };
 
+/// @return what lies in a folder, in the order of its bytes.
+/// @throws FileError when the folder cannot be read.
+std::vector<std::filesystem::path> entriesOf(const std::filesystem::path& folder);
+
+/// @return the files that the engine may read of a mappings folder: "*.map" in it, and its own four in "global" below
+///         it, in the order pre, AE titles by their bytes, post.
+/// @throws FileError when the folder cannot be read.
+std::vector<std::filesystem::path> mappingFilesOf(const std::filesystem::path& folder);
+
 /// @param given what --mappings names; empty for "mappings" below the environment variable DICOM_VAR.
 /// @throws FileError when neither is given, or there is no such folder.
 std::filesystem::path findMappingsFolder(const std::string& given);
