@@ -1,6 +1,7 @@
 // SPDX-License-Identifier: BSD-3-Clause
 #include "tool/lint/filenames.h"
 
+#include "tool/console/text.h"
 #include "tool/rules/lintnames.h"
 
 #include <algorithm>
@@ -9,15 +10,6 @@
 
 namespace kxtool {
 namespace {
-
-std::string lowered(std::string_view text)
-{
-    std::string result(text);
-    for (char& c : result) {
-        if (c >= 'A' && c <= 'Z') c = static_cast<char>(c - 'A' + 'a');
-    }
-    return result;
-}
 
 template <std::size_t Count>
 bool isOneOf(const std::array<std::string_view, Count>& words, std::string_view word)

@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Lines that the engine drops: what is wrong, where, and what to write instead.
+#include "tool/console/text.h"
 #include "tool/lint/lint.h"
 #include "tool/rules/lintnames.h"
 
@@ -124,13 +125,6 @@ void explainName(const Site& site, std::string_view left, std::size_t prefix)
         site.report(Check::BadTarget, {bad, bad + 1}, fmt::format("{} in a name", shownQuoted(left.substr(bad, 1))),
                     "a name is ASCII letters and digits; \"@\" in front lets a variable outlive its mapping");
     }
-}
-
-bool startsWithAnyCase(std::string_view text, std::string_view lowered)
-{
-    return text.size() >= lowered.size() &&
-           std::ranges::equal(text.substr(0, lowered.size()), lowered,
-                              [](char a, char b) { return std::tolower(static_cast<unsigned char>(a)) == b; });
 }
 
 std::string hintForTarget(std::string_view left)

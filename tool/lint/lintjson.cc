@@ -1,5 +1,6 @@
 // SPDX-License-Identifier: BSD-3-Clause
 // Findings for programs: our own JSON, and SARIF (OASIS, version 2.1.0) for code review tools.
+#include "tool/console/text.h"
 #include "tool/console/utf8.h"
 #include "tool/lint/lintreport.h"
 
@@ -48,17 +49,9 @@ Json jsonOf(const CheckRun& run, const Finding& finding)
     return json;
 }
 
-// A URI keeps letters, digits and a few marks; every other byte is %NN.
 std::string uriOf(const std::filesystem::path& path)
 {
-    std::string uri = path.is_absolute() ? "file://" : "";
-    for (const char c : path.native()) {
-        const auto byte = static_cast<unsigned char>(c);
-        const bool isKept =
-            byte < 0x80 && (std::isalnum(byte) != 0 || std::string_view("/-._~").find(c) != std::string_view::npos);
-        uri += isKept ? std::string(1, c) : fmt::format("%{:02X}", static_cast<unsigned>(byte));
-    }
-    return uri;
+    return (path.is_absolute() ? "file://" : "") + percentEncoded(path.native());
 }
 
 Json regionOf(const Finding& finding)
