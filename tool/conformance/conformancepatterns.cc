@@ -95,7 +95,7 @@ Text Words::number(const Expression& node, std::size_t moment)
     const Text words = value(node, moment);
     if (node.func != nullptr && builtinOf(node.func).yieldsNumber) return plus("(", words, ")");
     const auto path = Facts::pathOf(node);
-    return path && vrOf(tagAt(*path)) == "IS" ? words : plus("the whole number at the start of ", words);
+    return path && vrNameOf(tagAt(*path)) == "IS" ? words : plus("the whole number at the start of ", words);
 }
 
 } // namespace kxtool

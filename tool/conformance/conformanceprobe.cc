@@ -133,7 +133,7 @@ bool isSeenAsText(const DcmTagKey& key)
     return !canBeMade(key) || hasText(*element);
 }
 
-std::string vrOf(const DcmTagKey& key)
+std::string vrNameOf(const DcmTagKey& key)
 {
     const std::unique_ptr<DcmElement> element = emptyElement(key);
     return element ? vrOf(*element) : "";

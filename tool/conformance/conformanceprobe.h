@@ -32,7 +32,7 @@ bool canBeMade(const DcmTagKey& key);
 bool isSeenAsText(const DcmTagKey& key);
 
 /// @return the VR of such an element; "ox" and the like where a dataset tells it, as that of pixel values; empty for none.
-std::string vrOf(const DcmTagKey& key);
+std::string vrNameOf(const DcmTagKey& key);
 
 /// @return whether it is a VR of the standard, not one that a dataset tells.
 bool isSettledVr(const DcmTagKey& key);

@@ -127,7 +127,7 @@ private:
         if (kinds.added && ifAbsent != ifPresent)
             addRow(outcome, {.added = true}, ifAbsent.value_or("an empty value"), {});
         const Kinds rest{kinds.added && ifAbsent == ifPresent, kinds.modified};
-        const std::string vr = vrOf(tagAt(target_));
+        const std::string vr = vrNameOf(tagAt(target_));
         if (rest.any()) addRow(outcome, rest, ifPresent.value_or(*value), ifPresent ? "" : "its VR is not " + vr);
     }
 
@@ -139,7 +139,7 @@ private:
     Held heldOf(const Outcome& outcome, const Known& known, const std::string& value) const
     {
         const DcmTagKey key = tagAt(target_);
-        const std::string vr = vrOf(key);
+        const std::string vr = vrNameOf(key);
         if (!canBeMade(key)) return {value, value};
         const auto source = Facts::pathOf(*outcome.value);
         if (source && !isSeenAsText(tagAt(*source))) {

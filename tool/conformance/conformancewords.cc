@@ -111,7 +111,7 @@ std::string Words::elementText(const ElementPath& path, std::size_t moment) cons
 {
     const std::string name = element(path, moment);
     if (isSeenAsText(tagAt(path))) return name == "it" ? "its value" : name;
-    return fmt::format("{} ({} has none)", name == "it" ? "its text" : "the text of " + name, vrOf(tagAt(path)));
+    return fmt::format("{} ({} has none)", name == "it" ? "its text" : "the text of " + name, vrNameOf(tagAt(path)));
 }
 
 /// A variable or field of a name that is spelled out, where no rule alone sets it.

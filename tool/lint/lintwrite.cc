@@ -229,11 +229,10 @@ private:
         const bool isVariable = wayOf(node) == Way::Variable && view_.of(node).text;
         const std::string text(isVariable ? *view_.of(node).text : std::string(literalOf(node)));
         if (!isAscii(text) && !view_.knowledge.isDecidedBy(node, {0x0008, 0x0005})) {
-            const bool isUtf8 = characterCount(text) < text.size();
             view_.tell(Check::NonAscii, node,
                        fmt::format("{}: these bytes mean what the dataset's Specific Character Set makes of them",
                                    target_.name()),
-                       isUtf8(literalOf(node)) ? "as UTF-8 they are right in datasets of ISO_IR 192 alone" : "");
+                       isUtf8(text) ? "as UTF-8 they are right in datasets of ISO_IR 192 alone" : "");
         }
         if (wayOf(node) != Way::Joined) return;
         for (const Expression* part : node.params) lintLetters(*part);
