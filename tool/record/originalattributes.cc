@@ -115,7 +115,7 @@ OFCondition insert(DcmItem& item, std::unique_ptr<DcmElement> element)
     return inserted;
 }
 
-OFCondition fill(DcmItem& item, const Elements& elements, const ModificationNotes& notes, const OFString& now)
+OFCondition fill(DcmItem& item, Elements&& elements, const ModificationNotes& notes, const OFString& now)
 {
     OFCondition result = item.putAndInsertString(DCM_SourceOfPreviousValues, notes.source.c_str());
     if (result.good()) result = item.putAndInsertOFStringArray(DCM_AttributeModificationDateTime, now);
