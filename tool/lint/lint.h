@@ -182,8 +182,10 @@ constexpr CheckInfo kChecks[] = {
     {Check::NonAscii, "non-ascii", Severity::Warning, true, "a literal with letters beyond ASCII"},
     {Check::CaseChange, "case-change", Severity::Warning, false,
      "a change of case in a text that may have letters beyond ASCII"},
-    {Check::NoEffect, "no-effect", Severity::Warning, true, "an element that gets its own value"},
-    {Check::Overwritten, "overwritten", Severity::Warning, true, "a write that a later rule overwrites unread"},
+    {Check::NoEffect, "no-effect", Severity::Warning, true,
+     "a rule that changes nothing: its own value, deleted again, the same rule again"},
+    {Check::Overwritten, "overwritten", Severity::Warning, true,
+     "a write that a later rule overwrites or deletes unread"},
     {Check::ReadAfterDelete, "read-after-delete", Severity::Warning, true,
      "a read of what an earlier rule has deleted"},
     // Variables.
