@@ -177,7 +177,9 @@ private:
             hint = fmt::format("{} sets it, but a plain variable ends with its mapping: write $(@{}) in both",
                                placeOf(*elsewhere), name);
         } else if (elsewhere != nullptr && stage != Stage::Alone) {
-            hint = fmt::format("{} sets it, and is not applied before this file", placeOf(*elsewhere));
+            const bool isInboundGlobal = stage == Stage::OutboundTitle && elsewhere->stage == Stage::Pre;
+            hint = fmt::format("{} sets it, and is not applied before this file{}", placeOf(*elsewhere),
+                               isInboundGlobal ? ", unless the server asks for the inbound global files" : "");
         } else {
             constexpr std::size_t kMostCompared = 200; // beyond that, guessing takes more time than it is worth
             for (const auto& [known, line] : set) {
